@@ -1,0 +1,36 @@
+# Options that every target of ours is compiled with, and the shorthands for libraries and tests.
+add_library(quorl_options INTERFACE)
+target_compile_options(quorl_options INTERFACE -Wall -Wextra -Wpedantic -Werror)
+if(QUORL_SANITIZE)
+  target_compile_options(quorl_options INTERFACE -fsanitize=${QUORL_SANITIZE}
+                         -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(quorl_options INTERFACE -fsanitize=${QUORL_SANITIZE})
+endif()
+if(QUORL_FUZZ)
+  target_compile_options(quorl_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# quorl_library(NAME SOURCES ... PUBLIC_INCLUDE dir ... LIBS lib ... PRIVATE_LIBS lib ...)
+function(quorl_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_INCLUDE;LIBS;PRIVATE_LIBS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${ARG_PUBLIC_INCLUDE})
+  target_link_libraries(${name} PUBLIC ${ARG_LIBS} PRIVATE quorl_options ${ARG_PRIVATE_LIBS})
+endfunction()
+
+# quorl_test(NAME SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds])
+# Every test case runs in a process of its own, since the system's caches live as long as one.
+function(quorl_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE quorl_options ${ARG_LIBS} GTest::gtest_main GTest::gmock)
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests/support)
+  target_compile_definitions(${name} PRIVATE
+    QUORL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data"
+    QUORL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" QUORL_BINARY_DIR="${CMAKE_BINARY_DIR}")
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+endfunction()

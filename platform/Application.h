@@ -1,0 +1,33 @@
+#pragma once
+
+#include "RunLoop.h"
+#include "WebView.h"
+#include "Window.h"
+
+#include <functional>
+#include <memory>
+
+namespace quorl {
+
+/// The application framework: main loop, windows of the interface description, web view.
+/// Main thread only.
+class Application {
+  public:
+    virtual ~Application() = default;
+    /// The panel of the interface description; null when it is not connected.
+    virtual LoginPanel* loginPanel() = 0;
+    virtual BrowserWindow* browserWindow() = 0;
+    /// The action of the panel's button and link text.
+    virtual void setLinkAction(std::function<void()> action) = 0;
+    /// Makes the web view inside the browser window. Its processes start at the first load.
+    virtual std::unique_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) = 0;
+    virtual void hideMenuBar() = 0;
+    /// The main thread's own loop, where ports can be added.
+    virtual RunLoop& mainRunLoop() = 0;
+    /// Called once when the application is asked to end, before run() returns.
+    virtual void setWillTerminateHandler(std::function<void()> handler) = 0;
+    /// Runs until the application is asked to end; gives the exit status.
+    virtual int run() = 0;
+};
+
+}  // namespace quorl

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Value.h"
+
+#include <tl/expected.hpp>
+
+#include <string>
+
+namespace quorl {
+
+/// Reads a property-list file, XML or binary, of at most 4 MiB and no deeper than 64 levels. Dates
+/// are read as text (ISO 8601), data as the binary kind. For files of this machine alone: bytes of
+/// a peer go through KeyedArchive. Failure gives the reason as text.
+tl::expected<Value, std::string> readPropertyListFile(const std::string& path);
+
+/// Writes the value as an XML property list in place of the file: temporary file, fsync, rename,
+/// fsync of the folder; owner and mode of an existing file are kept, a new one has mode 0600. A
+/// null is left out. On failure the old file stays and the reason is given.
+tl::expected<void, std::string> writePropertyListFile(const std::string& path, const Value& value);
+
+}  // namespace quorl
