@@ -2,6 +2,7 @@
 
 #include "Bytes.h"
 #include "Clock.h"
+#include "Hmac.h"
 
 #include <array>
 #include <cstdint>
@@ -18,6 +19,19 @@ extern const std::array<std::uint8_t, 32> aesKey;
 /// Overwrites a secret's memory in a way the compiler keeps, and empties it.
 void wipe(std::string& secret);
 void wipe(Bytes& secret);
+
+/// Wipes a secret when the scope ends, on every way out of it.
+template <class Secret>
+class WipeAtExit {
+  public:
+    explicit WipeAtExit(Secret& secret) : secret_(secret) {}
+    ~WipeAtExit() { wipe(secret_); }
+    WipeAtExit(const WipeAtExit&) = delete;
+    WipeAtExit& operator=(const WipeAtExit&) = delete;
+
+  private:
+    Secret& secret_;
+};
 
 /// Base64 text (44 characters) of 32 random bytes; nothing and a log line on failure.
 std::optional<std::string> generateBase64EncodedAESKey();
