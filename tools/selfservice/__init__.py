@@ -1,0 +1,1 @@
+"""A small self-service server for tests and demonstrations of the login agent."""
