@@ -1,0 +1,51 @@
+#pragma once
+
+#include "Value.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace quorl {
+
+/// The offline page's own scripts and pieces of HTML. Texts go in as they stand: none may hold a
+/// double quote in the timer script, nor a single quote in a row.
+
+/// Counts the session down once a second and shows the expired view, with its two lines, when the
+/// time is up.
+std::string timerScript(std::int64_t minutes, std::string_view line1, std::string_view line2);
+
+/// Shows the number of the limit notice in the warning colour; follows the timer script.
+std::string limitWarningScript();
+
+/// Puts the cursor into the code field, which takes that many digits.
+std::string focusScript(std::int64_t digits);
+
+/// One method of the choose view. The first is selected and has the focus.
+enum class RowPlace { first, later };
+std::string chooseRow(std::string_view name, std::int64_t authId, RowPlace place);
+
+/// Hands the page its static texts, by key.
+std::string staticTextsScript(const Value& texts);
+
+/// The limit notice for one kind of limit.
+struct LimitNotice {
+    std::string labelKey;  ///< of the localized label; empty for no label
+    std::int64_t remaining = 0;
+    bool low = false;  ///< few are left, or none
+};
+
+/// What limits the user, as the record says.
+struct OfflineLimit {
+    std::int64_t type = 0;
+    std::int64_t limit = 0;
+    std::int64_t validUserAttempts = 0;
+    std::int64_t lastOnlineMfaTime = 0;  ///< seconds since 1970-01-01 UTC
+};
+LimitNotice limitNotice(const OfflineLimit& limit, std::chrono::seconds now);
+
+/// The text with every occurrence of the placeholder replaced.
+std::string replaceAll(std::string text, std::string_view placeholder, std::string_view value);
+
+}  // namespace quorl
