@@ -1,0 +1,123 @@
+#include "HttpClient.h"
+
+#include "CommonUtils.h"
+#include "HttpExchange.h"
+#include "Log.h"
+
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace quorl {
+namespace {
+
+/// Deeper bodies do not parse: whoever copies or describes a value does so recursively.
+constexpr int maximumJsonDepth = 512;
+
+bool isTooDeep(std::string_view json) {
+    int depth = 0;
+    bool inText = false;
+    for (std::size_t i = 0; i < json.size(); ++i) {
+        const char c = json[i];
+        if (inText) {
+            if (c == '\\')
+                ++i;
+            else if (c == '"')
+                inText = false;
+        } else if (c == '"') {
+            inText = true;
+        } else if (c == '{' || c == '[') {
+            if (++depth > maximumJsonDepth)
+                return true;
+        } else if (c == '}' || c == ']') {
+            --depth;
+        }
+    }
+    return false;
+}
+
+/// The dictionary or array; null for anything else.
+Value parseJson(std::string_view body) {
+    if (isTooDeep(body))
+        return nullptr;
+    Value parsed = Value::parse(body, nullptr, false);
+    return parsed.is_structured() ? parsed : Value(nullptr);
+}
+
+bool isUtf8(const std::string& text) {
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    const auto size = static_cast<std::int64_t>(text.size());
+    for (std::int64_t i = 0; i < size;) {
+        UChar32 c = 0;
+        U8_NEXT(bytes, i, size, c);
+        if (c < 0)
+            return false;
+    }
+    return true;
+}
+
+Value errorResult(const std::string& message) {
+    return {{"ERROR_MSG", message}};
+}
+
+HttpRequest makeRequest(const std::string& type, const std::string& url,
+                        const std::string& requestParams, const std::string& formData,
+                        const Value& reqHeader) {
+    HttpRequest request;
+    request.method = type;
+    std::string target = url;
+    if (type == "GET" && !requestParams.empty())
+        target = encodeURLQuery(target + "?" + requestParams);
+    // Once more, so that a query travels escaped twice: that is how the server reads it.
+    request.url = encodeURLQuery(target);
+    if (type == "POST" && !formData.empty()) {
+        request.headers["content-type"] = "application/x-www-form-urlencoded";
+        request.body = formData;
+    }
+    if (reqHeader.is_object())
+        for (const auto& [name, value] : reqHeader.items())
+            if (value.is_string())
+                request.headers[name] = value.get<std::string>();
+    return request;
+}
+
+}  // namespace
+
+Value HttpClient::makeSyncRequest(const std::optional<std::string>& type,
+                                  const std::optional<std::string>& url,
+                                  const std::string& requestParams, const std::string& formData,
+                                  const Value& reqHeader) {
+    logLine("HttpClient : makeSyncRequest called with type {} and restrictBadCert - {}", type,
+            restrictBadCert_ ? 1 : 0);
+    if (!type || type->empty() || !url) {
+        logLine("HttpClient : invalid request called");
+        result_ = errorResult("INVALID_REQUEST");
+        return result_;
+    }
+    HttpExchange exchange(
+        makeRequest(*type, *url, requestParams, formData, reqHeader),
+        restrictBadCert_ ? CertificatePolicy::restrict : CertificatePolicy::allowAny);
+    logLine("HttpClient: waiting for server response...");
+    const HttpReply reply = exchange.perform();
+    logLine("HttpClient: response status code -  {}", reply.status);
+    if (reply.error) {
+        logLine("HttpClient: error -  {}", reply.error->description);
+        logLine("HttpClient: errorCode -  {}", reply.error->code);
+        logLine("HttpClient: failure reason -  {}", reply.error->reason);
+        if (result_.empty())
+            result_ = errorResult(reply.error->isCertificateError ? "BAD_CERT"
+                                                                  : reply.error->description);
+    } else if (reply.body.empty()) {
+        result_ = errorResult("No response received from the server");
+    } else if (reply.mediaType == "application/json") {
+        result_ = parseJson(reply.body);
+    } else if (isUtf8(reply.body)) {
+        result_ = {{"RESPONSE_TEXT", reply.body}};
+    } else {
+        result_ = {{"RESPONSE_TEXT", nullptr}};
+    }
+    return result_;
+}
+
+}  // namespace quorl

@@ -25,7 +25,8 @@ class ServerCommunicator {
                                                const std::string& reqURI,
                                                const std::string& reqType) const;
 
-    /// Sends a signed request; the signed headers are added to the caller's. Nothing without a key.
+    /// Sends a signed request; the signed headers are added to the caller's, where given. The data
+    /// is the query of a "GET" and the form of a "POST". Nothing without a key.
     std::optional<Value> sendRequestWithAuthHeader(const std::string& reqURI,
                                                    const std::string& reqType, Value* reqHeader,
                                                    const std::string& reqData);
@@ -37,9 +38,13 @@ class ServerCommunicator {
     bool updateAgentStatus(const std::optional<std::string>& status);
 
   private:
-    Value& configuration_;
+    /// Sends the data to an endpoint of the configured server, as query or form by the method.
+    Value send(const std::string& reqURI, const std::string& reqType, const std::string& reqData,
+               const Value& headers) const;
+
     std::string configurationPath_;
     std::string logPath_;
+    Value& configuration_;
     const Clock& clock_;
 };
 
