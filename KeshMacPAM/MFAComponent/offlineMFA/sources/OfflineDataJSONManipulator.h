@@ -18,12 +18,13 @@ class OfflineDataJSONManipulator {
     OfflineDataJSONManipulator(const OfflineDataJSONManipulator&) = delete;
     OfflineDataJSONManipulator& operator=(const OfflineDataJSONManipulator&) = delete;
 
-    /// Sets the whole record of a user.
-    void addData(const Value& data, const std::string& user);
+    /// Sets the whole record of a user. False, a log line and no change when it is nested deeper
+    /// than the file may be.
+    bool addData(const Value& data, const std::string& user);
     void deleteDataForKey(const std::string& user);
     /// Sets one key of a user's record; a user without one gets a record that holds only the key.
-    /// A value deeper than the file may be is not stored, with a log line.
-    void updateData(const Value& value, const std::string& user, const std::string& key);
+    /// False as above.
+    bool updateData(const Value& value, const std::string& user, const std::string& key);
     std::optional<Value> retrieveDataForKey(const std::string& user) const;
     std::vector<std::string> allMainKeys() const;
     /// Encrypts and replaces the file as a whole. On failure, said in a log line and by false, the
