@@ -1,0 +1,97 @@
+#include "AppDelegate.h"
+
+#include "ConfigParser.h"
+#include "Logger.h"
+#include "ServerCommunicator.h"
+#include "SystemPaths.h"
+#include "WindowLayout.h"
+
+#include <assert.h>
+
+namespace quorl {
+
+AppDelegate::AppDelegate(const AppServices& services)
+    : application_(services.application),
+      ports_(services.ports),
+      resources_(services.resources),
+      clock_(services.clock),
+      window_(application_.loginPanel()),
+      customBrowserWindow_(application_.browserWindow()) {}
+
+AppDelegate::~AppDelegate() {
+    if (agentMessagingService_)
+        agentMessagingService_->isServiceDone = true;
+    if (relay_.joinable())
+        relay_.join();
+    if (appLocalPort_)
+        appLocalPort_->invalidate();
+    if (customBrowserWindow_)
+        customBrowserWindow_->setDelegate(nullptr);
+}
+
+void AppDelegate::applicationDidFinishLaunching() {
+    // An interface description without its panel is a broken installation: stop where it shows.
+    if (!window_ || !customBrowserWindow_)
+        __assert_fail("_window!= nil", "AppDelegate", 23,
+                      "-[AppDelegate applicationDidFinishLaunching:]");
+    machine_.defUser.clear();
+    logLine("QUORLLoginAgent Application launched");
+    appSupportDir_ = systemPaths().supportDirectory();
+    logFileP_ = openApplicationLog(appSupportDir_ + "/VantorixClient.log");
+    setNotificationObservers();
+    initBrowser();
+    application_.hideMenuBar();
+    if (isTrue(getLoginAgentParams(), "SHOW_RP_UA_LINK"))
+        showLoginPanel();
+    else
+        window_->orderOut();
+    startMessaging();
+    isMFARequestPresent_ = false;
+}
+
+void AppDelegate::appWillTerminate() {
+    logLine("QUORLLoginAgent Application terminated");
+    if (agentMessagingService_)
+        agentMessagingService_->isServiceDone = true;
+    closeApplicationLog(logFileP_);
+    logFileP_ = nullptr;
+    customBrowserWindow_->setDelegate(nullptr);
+}
+
+void AppDelegate::launch() {
+    const ServerCommunicator communicator(clock_);
+    if (!communicator.isAccessKeyExists())
+        logLine("launchSelservice: Unable to get Agent access key");
+    launchQuorlPortal(PortalOperation::selfService);
+}
+
+WebViewConfiguration AppDelegate::registerCallbackHandler() {
+    return {.scriptMessageHandlerName = "MACLoginAgent", .delegate = this};
+}
+
+void AppDelegate::setNotificationObservers() {
+    application_.setWillTerminateHandler([this] { appWillTerminate(); });
+    application_.setLinkAction([this] { launch(); });
+    webViewControl_ = application_.makeWebView(registerCallbackHandler());
+    customBrowserWindow_->setDelegate(this);
+}
+
+void AppDelegate::showLoginPanel() {
+    window_->showAt(layout::panelFrame(window_->screenSize(), window_->frame().size.height));
+}
+
+void AppDelegate::startMessaging() {
+    SendRightPtr sendRight;
+    appLocalPort_ = ports_.makePort();
+    if (appLocalPort_) {
+        appLocalPort_->setHandler(
+            [this](const PortMessage& message) { handlePortMessage(message); });
+        appLocalPort_->addToRunLoop(application_.mainRunLoop());
+        sendRight = appLocalPort_->sendRight();
+    }
+    agentMessagingService_ = std::make_unique<AgentMessagingService>(ports_);
+    relay_ = std::thread(
+        [service = agentMessagingService_.get(), sendRight] { service->run(sendRight); });
+}
+
+}  // namespace quorl

@@ -19,6 +19,7 @@ function(quorl_library name)
 endfunction()
 
 # quorl_test(NAME SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds])
+# Each label has a target tests_<label> that builds the tests which carry it.
 # Every test case runs in a process of its own, since the system's caches live as long as one.
 function(quorl_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
@@ -31,6 +32,12 @@ function(quorl_test name)
   target_compile_definitions(${name} PRIVATE
     QUORL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data"
     QUORL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" QUORL_BINARY_DIR="${CMAKE_BINARY_DIR}")
+  foreach(label ${ARG_LABELS})
+    if(NOT TARGET tests_${label})
+      add_custom_target(tests_${label})
+    endif()
+    add_dependencies(tests_${label} ${name})
+  endforeach()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
 endfunction()

@@ -1,0 +1,147 @@
+#pragma once
+
+#include "AgentMessagingService.h"
+#include "Application.h"
+#include "Clock.h"
+#include "HtmlUtils.h"
+#include "MachineDomain.h"
+#include "OfflineMFAController.h"
+#include "PageScripts.h"
+#include "Port.h"
+#include "PortalOperation.h"
+#include "Resources.h"
+#include "Value.h"
+#include "WebView.h"
+#include "Window.h"
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace quorl {
+
+/// Any server certificate is accepted in the web view. Written once at launch, from the
+/// configuration's "RESTRICT_BADCERT"; read by the certificate handling alone.
+extern bool allowAnyHttps;
+
+/// What the delegate is built on; all of it outlives the delegate.
+struct AppServices {
+    Application& application;
+    PortSystem& ports;
+    const Resources& resources;
+    const Clock& clock;
+};
+
+/// The running agent: owns the web view, the relay, the request being served and the offline flow,
+/// and receives their callbacks. Main thread only; the relay's thread shares nothing with it but
+/// ports and the relay's `isServiceDone`.
+class AppDelegate final : public WebViewDelegate, public WindowDelegate {
+  public:
+    explicit AppDelegate(const AppServices& services);
+    ~AppDelegate() override;
+    AppDelegate(const AppDelegate&) = delete;
+    AppDelegate& operator=(const AppDelegate&) = delete;
+
+    // Lifecycle (AppDelegate.cpp)
+    /// Sets everything up, in a fixed order. Without a login panel the program stops at once.
+    void applicationDidFinishLaunching();
+    /// Ends the relay and closes the log.
+    void appWillTerminate();
+    /// The action of the panel's link: opens the self-service page.
+    void launch();
+
+    // Machine (AppDelegate_Environment.cpp)
+    void setEnvironmentalDetails();
+
+    // Portal (AppDelegate_Portal.cpp)
+    /// The configuration dictionary, read on first use and never again.
+    const Value& getLoginAgentParams();
+    /// The page's URL; nothing, and the error page shown, when the server is not configured.
+    std::optional<std::string> getURLWithOperation(PortalOperation operation);
+    /// Shows the browser window for the operation.
+    void launchQuorlPortal(PortalOperation operation);
+
+    // Browser (AppDelegate_Browser.cpp)
+    /// Dresses panel and window from the configuration, and settles the certificate policy.
+    void initBrowser();
+    /// Clears the page and shows the text in the error box; with a "Retry" link on request.
+    void showError(const std::string& text, bool reload);
+    void clearBrowserPortal();
+    void clearCookies();
+    void handleFileInjection(PageEvent event);
+    void windowDidResize() override;
+    void windowWillClose() override;
+    NavigationDecision decidePolicyForNavigationAction(const std::string& url) override;
+    void didStartProvisionalNavigation() override;
+    void didCommitNavigation() override;
+    void didFinishNavigation(const std::string& url) override;
+    void didFailNavigation(const LoadError& error) override;
+    void didFailProvisionalNavigation(const LoadError& error) override;
+    ChallengeAnswer didReceiveAuthenticationChallenge(AuthenticationMethod method) override;
+    void estimatedProgressChanged(double progress) override;
+    void webContentProcessDidTerminate() override;
+
+    // Page bridge (AppDelegate_PageBridge.cpp)
+    void didReceiveScriptMessage(const std::string& channel,
+                                 const std::optional<std::string>& body) override;
+    void getOfflineEnrollmentAPIAuthzHeader();
+    /// Takes a page's message as its final word: answers the requester, or shows its error text.
+    void sendMFAResult(const Value& message);
+
+    // Requests (AppDelegate_MFARequest.cpp)
+    /// A message on the application's port: the relay's check-in, or a request.
+    void handlePortMessage(const PortMessage& message);
+    /// Hides the window, answers the request (null: without an answer) and forgets it.
+    void sendMFAResponse(const Value& result);
+
+    bool isMFARequestPresent() const { return isMFARequestPresent_; }
+    bool isOfflineMFA() const { return isOfflineMFA_; }
+
+  private:
+    WebViewConfiguration registerCallbackHandler();
+    void setNotificationObservers();
+    void showLoginPanel();
+    void startMessaging();
+    void prepareBrowserWindow();
+    void layOutBrowserWindow();
+    void startOfflineMFA();
+    void loadPortalPage(PortalOperation operation);
+    void showLocalizedError(std::string_view key);
+    void renderErrorPage();
+    void loadBlankPage();
+    std::string appName() const;
+
+    Application& application_;
+    PortSystem& ports_;
+    const Resources& resources_;
+    const Clock& clock_;
+    LoginPanel* window_ = nullptr;
+    BrowserWindow* customBrowserWindow_ = nullptr;
+    std::unique_ptr<WebView> webViewControl_;
+
+    bool isMFARequestPresent_ = false;
+    bool isOfflineMFA_ = false;
+    bool showReload_ = false;
+    std::optional<std::string> errorMsg_;
+    const Value* loginAgentProps_ = nullptr;
+    std::string appSupportDir_;
+    std::FILE* logFileP_ = nullptr;
+    std::optional<std::string> url_;
+    MachineEnvironment machine_;
+    Value mfaRequestParams_;
+
+    std::unique_ptr<Port> appLocalPort_;
+    SendRightPtr serverPort_;
+    std::unique_ptr<AgentMessagingService> agentMessagingService_;
+    std::thread relay_;
+
+    std::shared_ptr<OfflineMFAController> offlineMFAController_;
+    std::shared_ptr<HtmlUtils> html_;
+
+    /// Late callbacks of the web view ask whether the delegate still lives.
+    std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
+};
+
+}  // namespace quorl

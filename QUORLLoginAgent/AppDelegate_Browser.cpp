@@ -1,0 +1,192 @@
+#include "AppDelegate.h"
+#include "CommonUtils.h"
+#include "ConfigParser.h"
+#include "Log.h"
+#include "MFARequest.h"
+#include "NavigationPolicy.h"
+#include "WindowLayout.h"
+
+#include <filesystem>
+
+namespace quorl {
+namespace {
+
+constexpr std::string_view blankPage = "about:blank";
+constexpr double linkTextRise = 20;
+// Components are given unscaled; the screen clamps them, which makes the text white.
+constexpr Color linkTextColor{170, 170, 170, 1.0};
+
+constexpr int loadCancelled = -999;
+constexpr bool isCertificateError(int code) {
+    return code >= -1204 && code <= -1201;
+}
+
+std::optional<std::string> existingFile(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::exists(path, error) ? std::optional(path) : std::nullopt;
+}
+
+}  // namespace
+
+bool allowAnyHttps = false;
+
+void AppDelegate::initBrowser() {
+    const Value& config = getLoginAgentParams();
+    customBrowserWindow_->setTitle(configText(config, "PRODTITLE"));
+
+    const std::string imagePath = configText(config, "IMAGEPATH");
+    auto image = existingFile(appSupportDir_ + "/" + imagePath);
+    if (!image)
+        image = existingFile(imagePath);
+    if (!image)
+        image = resources_.pathForResource("reset_icon", "png");
+    if (!image || !window_->setButtonImage(*image))
+        logLine("initBrowser : no image for the link could be loaded");
+
+    const std::string buttonText = configText(config, "BUTTONTEXT");
+    if (!buttonText.empty()) {
+        window_->setButtonText(buttonText);
+        const Point origin = window_->buttonTextFrame().origin;
+        window_->setButtonTextOrigin({origin.x, origin.y + linkTextRise});
+        window_->setButtonTextColor(linkTextColor);
+    }
+    allowAnyHttps = isFalse(config, "RESTRICT_BADCERT");
+}
+
+NavigationDecision AppDelegate::decidePolicyForNavigationAction(const std::string& url) {
+    logLine("decidePolicyForNavigationAction: {}", url);
+    const NavigationDecision decision = decideNavigation(url, getLoginAgentParams());
+    if (decision == NavigationDecision::cancel) {
+        logLine("decidePolicyForNavigationAction: External URL access is denied. URL hostname: {}",
+                url);
+        showError("External URL is denied. Please contact the administrator.", false);
+    }
+    return decision;
+}
+
+void AppDelegate::didStartProvisionalNavigation() {
+    customBrowserWindow_->setProgressHidden(false);
+}
+
+void AppDelegate::didCommitNavigation() {
+    handleFileInjection(PageEvent::navigateComplete);
+    // Applies from the next page on; the copies that gather are harmless.
+    webViewControl_->addUserScript(std::string(noPlatformAuthenticatorScript));
+}
+
+void AppDelegate::didFinishNavigation(const std::string& url) {
+    logLine("didFinishNavigation :: navigation completed...");
+    if (url == blankPage) {
+        if (errorMsg_ && !errorMsg_->empty())
+            renderErrorPage();
+    } else {
+        handleFileInjection(PageEvent::documentComplete);
+        webViewControl_->evaluateJavaScript(std::string(noContextMenuScript), nullptr);
+        if (isOfflineMFA_ && offlineMFAController_ && !offlineMFAController_->getIsMFAVerified() &&
+            isFileURL(url)) {
+            logLine("didFinishNavigation :: Going to invoke didFinishNavigation for Offline...");
+            offlineMFAController_->didFinishNavigation();
+        }
+    }
+    customBrowserWindow_->setProgressHidden(true);
+}
+
+void AppDelegate::renderErrorPage() {
+    logLine("showError going to show... {}", *errorMsg_);
+    std::string retryURL;
+    if (showReload_)
+        retryURL = getURLWithOperation(PortalOperation::selfService).value_or("");
+    webViewControl_->evaluateJavaScript(errorPageScript(*errorMsg_, showReload_, retryURL),
+                                        nullptr);
+}
+
+void AppDelegate::didFailNavigation(const LoadError& error) {
+    logLine("didFailLoadWithError: {}", error.code);
+}
+
+void AppDelegate::didFailProvisionalNavigation(const LoadError& error) {
+    logLine("didFailProvisionalLoadWithError: {}", error.description);
+    if (isCertificateError(error.code))
+        showLocalizedError("IDS_SSL_CERTIFICATE_FAILED");
+    else if (error.code != loadCancelled)
+        showLocalizedError("IDS_SERVER_UNREACH");
+}
+
+ChallengeAnswer AppDelegate::didReceiveAuthenticationChallenge(AuthenticationMethod method) {
+    if (method == AuthenticationMethod::serverTrust && allowAnyHttps)
+        return ChallengeAnswer::useCredential;
+    return ChallengeAnswer::performDefaultHandling;
+}
+
+void AppDelegate::estimatedProgressChanged(double progress) {
+    const double value = progress * 100;
+    // A new load that starts below the last value first drops the bar to zero.
+    customBrowserWindow_->setProgress(value < customBrowserWindow_->progress() ? 0 : value);
+}
+
+void AppDelegate::webContentProcessDidTerminate() {
+    logLine("webContentProcessDidTerminate : the process that draws the page has ended");
+    showLocalizedError("IDS_SERVER_UNREACH");
+}
+
+void AppDelegate::showError(const std::string& text, bool reload) {
+    webViewControl_->stopLoading();
+    loadBlankPage();
+    errorMsg_ = text;
+    showReload_ = reload;
+    customBrowserWindow_->setTitle(configText(getLoginAgentParams(), "PRODTITLE"));
+    webViewControl_->setNeedsDisplay();
+}
+
+void AppDelegate::showLocalizedError(std::string_view key) {
+    showError(getLocalizedString(key, configText(getLoginAgentParams(), "LOCALE_ID"), resources_),
+              false);
+}
+
+void AppDelegate::loadBlankPage() {
+    webViewControl_->loadRequest({.url = std::string(blankPage)});
+}
+
+void AppDelegate::handleFileInjection(PageEvent event) {
+    logLine("handleFileInjection started for {}", eventName(event));
+    webViewControl_->evaluateJavaScript(fileInjectionScript(event), nullptr);
+}
+
+void AppDelegate::windowDidResize() {
+    if (customBrowserWindow_->isVisible())
+        layOutBrowserWindow();
+}
+
+void AppDelegate::windowWillClose() {
+    logLine("customBrowserWillClose : Received customBrowserWillClose notification...");
+    if (!isMFARequestPresent_) {
+        clearBrowserPortal();
+        return;
+    }
+    const bool verified =
+        isOfflineMFA_ && offlineMFAController_ && offlineMFAController_->getIsMFAVerified();
+    sendMFAResponse(closedWindowResult(verified));
+}
+
+void AppDelegate::clearBrowserPortal() {
+    window_->setEnabled(true);
+    clearCookies();
+    errorMsg_.reset();
+    loadBlankPage();
+}
+
+void AppDelegate::clearCookies() {
+    webViewControl_->getAllCookies(
+        [this, alive = std::weak_ptr(alive_)](const std::vector<Cookie>& cookies) {
+            if (alive.expired())
+                return;
+            for (const Cookie& cookie : cookies) {
+                if (!cookie.sessionOnly)
+                    continue;
+                webViewControl_->deleteCookie(
+                    cookie, [name = cookie.name] { logLine("Deleted cookie: {}", name); });
+            }
+        });
+}
+
+}  // namespace quorl

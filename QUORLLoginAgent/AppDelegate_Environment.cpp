@@ -1,0 +1,9 @@
+#include "AppDelegate.h"
+
+namespace quorl {
+
+void AppDelegate::setEnvironmentalDetails() {
+    discoverEnvironment(machine_);
+}
+
+}  // namespace quorl

@@ -1,0 +1,57 @@
+#include "AppDelegate.h"
+#include "ArgumentDefaults.h"
+#include "GtkApplication.h"
+#include "LinuxPortSystem.h"
+#include "ServerCommunicator.h"
+#include "SystemPaths.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace quorl;
+
+int exitStatus(bool succeeded) {
+    return succeeded ? 0 : 1;
+}
+
+// The command-line actions; nothing when the application shall run.
+std::optional<int> runAction(const ArgumentDefaults& defaults) {
+    if (defaults.stringForKey("action") != "updateAgentStatus")
+        return std::nullopt;
+    ServerCommunicator communicator;
+    const std::optional<std::string> status = defaults.stringForKey("status");
+    if (status == "uninstall")
+        return exitStatus(communicator.updateAgentStatus(status));
+    if (status == "install")
+        return exitStatus(communicator.isAccessKeyExists());
+    return std::nullopt;
+}
+
+int runApplication() {
+    const auto application = makeGtkApplication(mainBundle());
+    if (!application) {
+        std::fprintf(stderr, "QUORLLoginAgent: %s\n", application.error().c_str());
+        return 1;
+    }
+    LinuxPortSystem ports(systemPaths().runtimeDir);
+    AppDelegate delegate({**application, ports, mainBundle(), systemClock()});
+    delegate.applicationDidFinishLaunching();
+    return (*application)->run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Before anything is created: files hold secrets, sockets let requests in.
+    umask(077);
+    const ArgumentDefaults defaults(argc, argv);
+    if (const auto status = runAction(defaults))
+        return *status;
+    return runApplication();
+}

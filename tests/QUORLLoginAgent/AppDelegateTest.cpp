@@ -1,0 +1,316 @@
+// The delegate on fakes: what a request, a page, a click and a closed window lead to.
+#include "AppDelegate.h"
+#include "ConfigParser.h"
+#include "FakeApplication.h"
+#include "FakePorts.h"
+#include "KeyedArchive.h"
+#include "Log.h"
+#include "MessageIds.h"
+#include "PageScripts.h"
+#include "TestClock.h"
+#include "TestSandbox.h"
+
+#include <gtest/gtest.h>
+
+namespace quorl {
+namespace {
+
+using namespace test;
+
+std::string plist(const std::vector<std::pair<std::string, std::string>>& settings) {
+    std::string entries;
+    for (const auto& [key, value] : settings)
+        entries += "<key>" + key + "</key><string>" + value + "</string>";
+    return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>" + entries + "</dict></plist>";
+}
+
+class AppDelegateTest : public testing::Test {
+  protected:
+    /// Launches with these settings beside the usual server.
+    void launch(std::vector<std::pair<std::string, std::string>> settings = {}) {
+        settings.insert(settings.begin(), {{"SERVERNAME", "server.test"},
+                                           {"PORTNUMBER", "8443"},
+                                           {"PRODTITLE", "Sign in"},
+                                           {"LOCALE_ID", "xx"}});
+        sandbox.write(sandbox.support() / "config.plist", plist(settings));
+        sandbox.write(sandbox.root() / "resources/xx.lproj/Localizable.strings",
+                      plist({{"IDS_SERVER_UNREACH", "unreachable"},
+                             {"IDS_SSL_CERTIFICATE_FAILED", "bad certificate"},
+                             {"IDS_TEXT", "localised text"}}));
+        sandbox.write(sandbox.root() / "resources/resources/offlineMFA/OfflineMFA.htm", "page");
+        sandbox.write(sandbox.root() / "resources/reset_icon.png", "icon");
+        delegate.emplace(AppServices{application, ports, resources, clock});
+        delegate->applicationDidFinishLaunching();
+        view = application.webView;
+        send({.msgid = MessageId::checkIn, .replyPort = relay});
+    }
+    void send(const PortMessage& message) { ports.applicationHandler(message); }
+    void request(const Value& dictionary) {
+        send({.msgid = MessageId::forwardedRequest, .components = {*archive(dictionary)}});
+    }
+    void post(const std::string& json) {
+        view->delegate().didReceiveScriptMessage("MACLoginAgent", json);
+    }
+    /// What the requester got; null for a message without content.
+    Value lastAnswer() const {
+        const auto messages = relay->messages();
+        if (messages.empty() || messages.back().msgid != MessageId::result)
+            return "no answer";
+        const auto& components = messages.back().components;
+        return components.empty() ? Value() : unarchive(components.front()).value_or("broken");
+    }
+    std::size_t answers() const { return relay->messages().size(); }
+    /// The text of the error page, once it is drawn.
+    std::string drawnError() {
+        view->takeScripts();
+        if (view->requests.back().url != "about:blank")
+            return "no blank page";
+        view->delegate().didFinishNavigation("about:blank");
+        const auto scripts = view->takeScripts();
+        for (const auto& text : {"unreachable", "bad certificate", "localised text", "plain text",
+                                 "External URL is denied. Please contact the administrator."}) {
+            if (scripts.size() == 1 && scripts[0] == errorPageScript(text, false, ""))
+                return text;
+        }
+        return "no error page";
+    }
+    std::string log() const { return sandbox.read(sandbox.support() / "VantorixClient.log"); }
+    bool logged(const std::string& line) const { return log().find(line) != std::string::npos; }
+
+    TestSandbox sandbox;
+    LogCapture capture;
+    FakeRunLoop loop;
+    FakeApplication application{loop};
+    FakePortSystem ports;
+    Resources resources{(sandbox.root() / "resources").string()};
+    TestClock clock{std::chrono::seconds(1'700'000'000)};
+    std::shared_ptr<FakeSendRight> relay = std::make_shared<FakeSendRight>();
+    std::optional<AppDelegate> delegate;
+    FakeWebView* view = nullptr;
+};
+
+TEST_F(AppDelegateTest, LaunchDressesPanelAndWindowFromTheConfiguration) {
+    launch({{"BUTTONTEXT", "Forgot it?"}, {"SHOW_RP_UA_LINK", "TrUe"}});
+    EXPECT_TRUE(application.menuBarHidden);
+    EXPECT_EQ(application.window.title, "Sign in");
+    EXPECT_EQ(application.panel.text, "Forgot it?");
+    EXPECT_EQ(application.panel.textFrame.origin, (Point{10, 30}));
+    EXPECT_EQ(application.panel.textColor.red, 170);
+    EXPECT_EQ(application.panel.image, (sandbox.root() / "resources/reset_icon.png").string());
+    EXPECT_TRUE(application.panel.visible);
+    EXPECT_EQ(application.panel.shownAt, (Rect{{1280 - 235, 0}, {215, 60}}));
+    EXPECT_EQ(view->configuration().scriptMessageHandlerName, "MACLoginAgent");
+    EXPECT_FALSE(allowAnyHttps);
+    EXPECT_TRUE(view->requests.empty());
+}
+
+TEST_F(AppDelegateTest, ThePanelStaysHiddenAndAnyCertificatePassesWhenConfiguredSo) {
+    application.panel.visible = true;
+    application.panel.imageLoads = false;
+    launch({{"SHOW_RP_UA_LINK", "yes"}, {"RESTRICT_BADCERT", "False"}, {"BUTTONTEXT", ""}});
+    EXPECT_FALSE(application.panel.visible);
+    EXPECT_EQ(application.panel.textFrame.origin, (Point{10, 10}));
+    EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::serverTrust),
+              ChallengeAnswer::useCredential);
+    EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::other),
+              ChallengeAnswer::performDefaultHandling);
+}
+
+TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer) {
+    launch();
+    request({{"MFA_REQUEST_URL", "/mfa?u=a b"}, {"OFFLINE_MFA", true}, {"POST_DATA", "x=1"}});
+    EXPECT_TRUE(application.window.visible && application.window.dressedForLogin &&
+                application.window.centered && application.window.key);
+    EXPECT_EQ(application.window.shownAt.size, (Size{896, 560}));
+    EXPECT_EQ(application.window.progressFrame, (Rect{{0, 525}, {896, 8}}));
+    EXPECT_EQ(application.window.webViewFrame, (Rect{{0, 0}, {896, 525}}));
+    EXPECT_FALSE(application.panel.enabled);
+    EXPECT_FALSE(delegate->isOfflineMFA());
+    ASSERT_EQ(view->requests.size(), 1U);
+    EXPECT_EQ(view->requests[0].url, "https://server.test:8443/mfa?u=a%20b");
+    EXPECT_EQ(view->requests[0].method, "POST");
+    EXPECT_FALSE(view->navigationGestures);
+
+    view->delegate().didReceiveScriptMessage("OtherChannel", "{}");
+    EXPECT_EQ(answers(), 0U);
+    post(R"({"SYSTEM_MFA_RESULT":"SUCCESS","SYSTEM_MFA_KEY":"k"})");
+    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "SUCCESS"},
+                                   {"KEY", "k"},
+                                   {"OFFLINE_ENROLLMENT_DATA_ACCESS_TOKEN", ""}}));
+    EXPECT_FALSE(application.window.visible);
+    EXPECT_TRUE(application.panel.enabled);
+    EXPECT_EQ(view->requests.back().url, "about:blank");
+    EXPECT_FALSE(delegate->isMFARequestPresent());
+    EXPECT_TRUE(logged("sendMFAResponse: Message sent to the AgentMessagingService.."));
+}
+
+TEST_F(AppDelegateTest, APagesErrorTextIsShownAndTheRequestWaitsForTheWindowToClose) {
+    launch();
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    post(R"({"SYSTEM_MFA_RESULT":"FAILURE","SYSTEM_MFA_ERROR_MSG":"plain text"})");
+    EXPECT_EQ(answers(), 0U);
+    EXPECT_EQ(drawnError(), "plain text");
+    application.window.close();
+    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+    EXPECT_EQ(answers(), 1U);
+
+    application.window.close();
+    EXPECT_EQ(answers(), 1U) << "nothing is pending any more";
+}
+
+TEST_F(AppDelegateTest, RequestsForAnErrorTextShowItAndLocaliseTheIdentifier) {
+    launch();
+    request({{"ERROR_MSG", "plain text"}, {"MFA_ERROR_MSG", "IDS_TEXT"}});
+    EXPECT_EQ(drawnError(), "localised text");
+    application.window.resize({600, 400});
+    request({{"ERROR_MSG", "plain text"}});
+    EXPECT_EQ(drawnError(), "plain text");
+    EXPECT_EQ(application.window.shownAt.size, (Size{600, 400}))
+        << "a visible window keeps its size";
+    EXPECT_EQ(application.window.webViewFrame.size, (Size{600, 365}));
+}
+
+TEST_F(AppDelegateTest, RequestsThatNobodyCanServeShowAndAnswerNothing) {
+    launch();
+    send({.msgid = MessageId::forwardedRequest, .components = {toBytes("noise")}});
+    send({.msgid = MessageId::forwardedRequest});
+    request(Value::object());
+    send({.msgid = 4711, .components = {*archive({{"ERROR_MSG", "x"}})}});
+    EXPECT_FALSE(delegate->isMFARequestPresent());
+    request({{"USER_NAME", "ada"}});
+    EXPECT_TRUE(delegate->isMFARequestPresent());
+    EXPECT_FALSE(application.window.visible);
+    EXPECT_EQ(answers(), 0U);
+}
+
+TEST_F(AppDelegateTest, AnUnconfiguredServerShowsTheErrorPageWithoutALoad) {
+    launch({{"PORTNUMBER", ""}});
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    EXPECT_EQ(drawnError(), "unreachable");
+    EXPECT_EQ(view->requests.size(), 1U);
+    EXPECT_TRUE(logged("getURLWithOperation : Server settings not configured correctly"));
+}
+
+TEST_F(AppDelegateTest, LoadFailuresShowTheErrorPageThatFits) {
+    launch();
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    for (const int code : {-1201, -1202, -1203, -1204}) {
+        view->delegate().didFailProvisionalNavigation({code, "certificate"});
+        EXPECT_EQ(drawnError(), "bad certificate") << code;
+    }
+    for (const int code : {-1, -1001, -1003, -1004, -1200, -1205}) {
+        view->delegate().didFailProvisionalNavigation({code, "transport"});
+        EXPECT_EQ(drawnError(), "unreachable") << code;
+    }
+    view->delegate().webContentProcessDidTerminate();
+    EXPECT_EQ(drawnError(), "unreachable");
+    const std::size_t loads = view->requests.size();
+    view->delegate().didFailProvisionalNavigation({-999, "cancelled"});
+    view->delegate().didFailNavigation({-1005, "lost"});
+    EXPECT_EQ(view->requests.size(), loads);
+    application.window.close();
+    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+}
+
+TEST_F(AppDelegateTest, AForeignPageIsRefusedWithTheErrorPage) {
+    launch();
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    EXPECT_EQ(view->delegate().decidePolicyForNavigationAction("https://server.test:8443/mfa"),
+              NavigationDecision::allow);
+    EXPECT_EQ(view->delegate().decidePolicyForNavigationAction("https://evil.test/"),
+              NavigationDecision::cancel);
+    EXPECT_EQ(view->stops, 1);
+    EXPECT_EQ(drawnError(), "External URL is denied. Please contact the administrator.");
+}
+
+TEST_F(AppDelegateTest, ProgressFallsToZeroBeforeItRisesAgain) {
+    launch();
+    const auto progressAfter = [this](double progress) {
+        view->delegate().estimatedProgressChanged(progress);
+        return application.window.progressValue;
+    };
+    EXPECT_EQ(progressAfter(0.5), 50);
+    EXPECT_EQ(progressAfter(0.25), 0);
+    EXPECT_EQ(progressAfter(0.3), 30);
+    view->delegate().didStartProvisionalNavigation();
+    EXPECT_FALSE(application.window.progressHidden);
+    view->delegate().didFinishNavigation("https://server.test:8443/mfa");
+    EXPECT_TRUE(application.window.progressHidden);
+}
+
+TEST_F(AppDelegateTest, ClosingDeletesSessionCookiesOnlyAndALateAnswerIsHarmless) {
+    launch();
+    application.linkAction();
+    EXPECT_EQ(view->requests.back().url, "https://server.test:8443/AgentPasswordSelfService.cc");
+    EXPECT_TRUE(logged("launchSelservice: Unable to get Agent access key"));
+    view->cookies = {{"session", "server.test", "/", true}, {"kept", "server.test", "/", false}};
+    application.window.close();
+    view->deliver();
+    ASSERT_EQ(view->cookies.size(), 1U);
+    EXPECT_EQ(view->cookies[0].name, "kept");
+    EXPECT_TRUE(logged("Deleted cookie: session\n"));
+    EXPECT_EQ(answers(), 0U) << "no request was pending";
+}
+
+TEST_F(AppDelegateTest, EveryPageLosesFileInputsAndContextMenu) {
+    launch();
+    view->delegate().didCommitNavigation();
+    EXPECT_EQ(view->takeScripts(), std::vector{fileInjectionScript(PageEvent::navigateComplete)});
+    EXPECT_EQ(view->userScripts, std::vector{std::string(noPlatformAuthenticatorScript)});
+    view->delegate().didFinishNavigation("https://server.test:8443/mfa");
+    EXPECT_EQ(view->takeScripts(), (std::vector{fileInjectionScript(PageEvent::documentComplete),
+                                                std::string(noContextMenuScript)}));
+}
+
+TEST_F(AppDelegateTest, AnOfflineRequestWithoutEnrollmentFailsAtOnce) {
+    launch({{"OFFLINE_MFA", "true"}});
+    request({{"OFFLINE_MFA", true}, {"USER_NAME", "ada"}, {"DOMAIN_NAME", "corp"}});
+    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+    EXPECT_FALSE(application.window.visible);
+    EXPECT_TRUE(delegate->isOfflineMFA()) << "the flag stays for the rest of the run";
+    post(R"({"METHOD":"onButtonOK","PASSCODE":"123456"})");
+    EXPECT_EQ(answers(), 1U) << "nobody waits for an answer any more";
+}
+
+TEST_F(AppDelegateTest, AResultBeforeTheCheckInIsForgottenAndTerminationClosesTheLog) {
+    launch();
+    send({.msgid = MessageId::checkIn});
+    request({{"ERROR_MSG", "plain text"}});
+    application.window.close();
+    EXPECT_EQ(answers(), 0U);
+    EXPECT_FALSE(delegate->isMFARequestPresent());
+
+    application.willTerminate();
+    EXPECT_TRUE(logged("QUORLLoginAgent Application terminated"));
+    logLine("after the end");
+    EXPECT_FALSE(logged("after the end"));
+}
+
+TEST_F(AppDelegateTest, WithoutPortsTheRelayStillStarts) {
+    ports.exhausted = true;
+    sandbox.write(sandbox.support() / "config.plist", plist({}));
+    delegate.emplace(AppServices{application, ports, resources, clock});
+    delegate->applicationDidFinishLaunching();
+    delegate.reset();
+    EXPECT_TRUE(logged("AgentMessagingService : Unable to open MFA Server port."));
+}
+
+TEST(AppDelegateDeathTest, AMissingPanelStopsTheProgramAtOnce) {
+    const auto launchWithoutPanel = [] {
+        TestSandbox sandbox;
+        FakeRunLoop loop;
+        FakeApplication application{loop};
+        application.panelConnected = false;
+        FakePortSystem ports;
+        TestClock clock;
+        Resources resources("none");
+        AppDelegate delegate({application, ports, resources, clock});
+        delegate.applicationDidFinishLaunching();
+    };
+    EXPECT_DEATH(launchWithoutPanel(),
+                 "AppDelegate:23: -\\[AppDelegate applicationDidFinishLaunching:\\]: "
+                 "Assertion `_window!= nil' failed");
+}
+
+}  // namespace
+}  // namespace quorl

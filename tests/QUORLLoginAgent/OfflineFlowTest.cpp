@@ -1,0 +1,167 @@
+// The whole agent without the server: enrollment by the real sync, then typed codes.
+#include "AgentStage.h"
+
+#include <gtest/gtest.h>
+
+namespace quorl {
+namespace {
+
+using namespace test;
+
+constexpr const char* appSecret = "JBSWY3DPEHPK3PXPJBSWY3DPEHPK3PXP";
+constexpr const char* tokenSecret = "GEZDGNBVGY3TQOJQGEZDGNBVGY3TQOJQ";
+const Value success = {{"MFA_AUTH_RESULT", "SUCCESS"}};
+const Value failure = {{"MFA_AUTH_RESULT", "FAILURE"}};
+
+class OfflineFlowTest : public testing::Test {
+  protected:
+    /// Enrolls one user through the server, stops it, and starts the agent.
+    void start(const Value& policy, const std::string& user = "ada@corp",
+               const std::string& displayName = "App") {
+        const std::string users = (stage.sandbox.root() / "users.json").string();
+        TestSandbox::write(users, Value{{user,
+                                         {{"secret", appSecret},
+                                          {"policy", policy},
+                                          {"authenticators",
+                                           {{"3", {{"name", displayName}, {"secret", appSecret}}},
+                                            {"14",
+                                             {{"name", "Token"},
+                                              {"secret", tokenSecret},
+                                              {"algorithm", "SHA256"},
+                                              {"serial", "HT-1"}}}}}}}}
+                                      .dump());
+        stage.startServer({"--users", users, "--token", "t=" + user});
+        stage.configure({{"OFFLINE_MFA", "true"},
+                         {"INSTALLATION_KEY", AgentStage::encryptedKey("demo-installation-key")}});
+        ASSERT_EQ(
+            stage.run({"QUORLLoginAgent", "-action", "updateAgentStatus", "-status", "install"})
+                ->wait(),
+            0);
+        ASSERT_EQ(stage.run({"offline-sync", "sync", "t"})->wait(), 0);
+        stage.stopServer();
+        stage.startDisplay();
+        stage.startAgent();
+    }
+    static Value policy(int factors, const Value& mandatory = Value::array(),
+                        const Value& enabled = {3, 14}) {
+        return {{"MFA_NO_OF_FACTORS", factors},
+                {"ENABLED_AUTHS", enabled},
+                {"MANDATORY_AUTHS", mandatory},
+                {"OFFLINE_MFA_LIMIT_TYPE", 0},
+                {"OFFLINE_MFA_LIMIT_VALUE", 0}};
+    }
+    void request(const std::string& user = "ada", const std::string& domain = "corp") {
+        stage.request({{"OFFLINE_MFA", true}, {"USER_NAME", user}, {"DOMAIN_NAME", domain}});
+        ASSERT_TRUE(stage.waitForPage()) << stage.log();
+    }
+    void enter(const std::string& code) {
+        stage.type(code);
+        stage.press("Return");
+    }
+    void enterApp() { enter(AgentStage::code(appSecret)); }
+    void enterToken() { enter(AgentStage::code(tokenSecret, "sha256")); }
+
+    AgentStage stage;
+};
+
+TEST_F(OfflineFlowTest, OneFactorForgivesWrongAndEmptyCodesAndTakesTheRightOne) {
+    start(policy(1, Value::array(), {3}));
+    request();
+    enter("000000");
+    ASSERT_TRUE(stage.waitForLog("MFAController::OnButtonOK : Entered OTP is invalid"));
+    stage.press("Return");
+    ASSERT_TRUE(stage.waitForLog("MFAController::OnButtonOK : Entered OTP is empty"));
+    enterApp();
+    EXPECT_EQ(stage.answer(), success) << stage.log();
+
+    // A verified user is remembered: closing a later online window answers "SUCCESS" as well.
+    stage.request({{"ERROR_MSG", "Closed"}});
+    ASSERT_TRUE(stage.waitForLog("showError going to show... Closed"));
+    stage.clickClose();
+    EXPECT_EQ(stage.answer(), success);
+    // A new offline request forgets it.
+    request();
+    stage.clickClose();
+    EXPECT_EQ(stage.answer(), failure);
+}
+
+TEST_F(OfflineFlowTest, AMandatoryFactorComesFirstAndTheOtherOneFollows) {
+    start(policy(2, {14}));
+    request();
+    enterApp();
+    ASSERT_TRUE(stage.waitForLog("Entered OTP is invalid")) << "the token is asked for first";
+    enterToken();
+    ASSERT_TRUE(stage.waitForPage());
+    enterApp();
+    EXPECT_EQ(stage.answer(), success) << stage.log();
+}
+
+TEST_F(OfflineFlowTest, TheChosenMethodIsAskedFor) {
+    start(policy(1));
+    request();
+    stage.press("Down");
+    stage.press("Return");
+    ASSERT_TRUE(stage.waitForLog("onButtonChoose :: Selected auth value: 14")) << stage.log();
+    ASSERT_TRUE(stage.waitForPage());
+    enterToken();
+    EXPECT_EQ(stage.answer(), success) << stage.log();
+}
+
+TEST_F(OfflineFlowTest, CancelEndsTheRequestAtOnceAndTheNextOneWorks) {
+    start(policy(1, Value::array(), {3}));
+    request();
+    // From the code field backwards lies Cancel, whatever the page's order forwards.
+    stage.press("Escape");
+    const std::size_t before = stage.logged("sendMFAResponse :: initiated");
+    EXPECT_EQ(before, 0U) << "Escape alone ends nothing";
+    stage.press("Tab");
+    stage.press("Return");
+    EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
+    request();
+    enterApp();
+    EXPECT_EQ(stage.answer(), success);
+}
+
+TEST_F(OfflineFlowTest, NamesThatHoldMarkupNeverRun) {
+    // A script that ran would post a result; an image that failed would run its handler.
+    const std::string post =
+        "window.webkit.messageHandlers.MACLoginAgent.postMessage(`{\"SYSTEM_MFA_KEY\":\"ran\"}`)";
+    const std::string image = "<img src=x onerror=" + post + ">";
+    const std::string script = "<script>" + post + "</script>";
+    start(policy(1, Value::array(), {3}), image + "@" + script, image);
+    request(image, script);
+    enter("1");
+    ASSERT_TRUE(stage.waitForLog("Entered OTP is invalid")) << stage.log();
+    enterApp();
+    EXPECT_EQ(stage.answer(), success) << stage.log();
+    EXPECT_EQ(stage.logged("sendMFAResult : Received message"), 0U) << stage.log();
+}
+
+TEST_F(OfflineFlowTest, AUserWithoutEnrollmentFailsAtOnce) {
+    start(policy(1));
+    stage.request({{"OFFLINE_MFA", true}, {"USER_NAME", "ADA"}, {"DOMAIN_NAME", "corp"}});
+    EXPECT_EQ(stage.answer(), failure);
+    EXPECT_EQ(stage.logged("Offline MFA not enabled or User not enrolled for offline"), 1U);
+}
+
+using SlowOfflineFlowTest = OfflineFlowTest;
+
+TEST_F(SlowOfflineFlowTest, ThePageRunsOutAtThe121stSecondAndIsLeftWithReturn) {
+    start(policy(1, Value::array(), {3}));
+    request();
+    // Until it runs out, Return on the empty field is only a wrong answer; then it is the way out.
+    const auto shown = std::chrono::steady_clock::now();
+    const auto elapsed = [shown] { return std::chrono::steady_clock::now() - shown; };
+    Value answer;
+    while (answer.is_null() && elapsed() < std::chrono::seconds(140)) {
+        stage.press("Return");
+        answer = stage.answer(std::chrono::seconds(1));
+    }
+    EXPECT_EQ(stringValue(answer, "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
+    EXPECT_GT(elapsed(), std::chrono::seconds(119));
+    EXPECT_LT(elapsed(), std::chrono::seconds(127));
+    EXPECT_GT(stage.logged("Entered OTP is empty"), 50U);
+}
+
+}  // namespace
+}  // namespace quorl

@@ -1,0 +1,78 @@
+#pragma once
+
+#include "Subprocess.h"
+#include "TestSandbox.h"
+#include "Value.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorl::test {
+
+/// The whole product on a stage of its own: a screen, the self-service server with a certificate
+/// authority, the agent as it is installed, and clients of its channel.
+class AgentStage {
+  public:
+    using Words = std::vector<std::string>;
+    using Settings = std::vector<std::pair<std::string, std::string>>;
+
+    AgentStage();
+
+    /// A screen without a window manager.
+    void startDisplay(const std::string& size = "1280x800");
+    /// The server with that certificate of make-test-certificates; port() is its port then.
+    void startServer(const Words& arguments = {}, const std::string& certificate = "server");
+    void stopServer() { server_.reset(); }
+    const std::string& port() const { return port_; }
+    /// The requests the server received so far, as it recorded them.
+    std::vector<Value> serverRequests() const;
+
+    /// Writes the configuration: the stage's server and these settings over it.
+    void configure(const Settings& settings = {});
+    Value configuration() const;
+    /// The text encrypted as the installer stores keys, by openssl.
+    static std::string encryptedKey(const std::string& text);
+
+    /// Runs a program of the build with the stage's folders, trusting the stage's authority.
+    std::unique_ptr<Subprocess> run(const Words& command, const std::string& output = "/dev/null",
+                                    const std::string& errors = "/dev/null");
+    void startAgent();
+    Subprocess& agent() { return *agent_; }
+    std::string log() const;
+    std::size_t logged(const std::string& message) const;
+    bool waitForLog(const std::string& message, std::size_t times = 1,
+                    std::chrono::milliseconds deadline = std::chrono::seconds(20)) const;
+    /// Waits until one page more than before has loaded.
+    bool waitForPage();
+
+    /// Sends a request; its answer comes from answer().
+    void request(const Value& dictionary);
+    /// The answer to the request sent last: a dictionary, or null when none came.
+    Value answer(std::chrono::seconds deadline = std::chrono::seconds(20));
+
+    void type(const std::string& text) { xdotool({"type", "--delay", "12", "--", text}); }
+    void press(const std::string& key) { xdotool({"key", key}); }
+    /// Clicks the window's own close button.
+    void clickClose();
+    void xdotool(Words arguments);
+    /// The present code of a base32 secret, by an independent program.
+    static std::string code(const std::string& secret, const std::string& algorithm = "sha1");
+
+    TestSandbox sandbox;
+
+  private:
+    static std::string tool(const std::string& name);
+
+    std::string port_;
+    std::string display_;
+    std::size_t pages_ = 0;
+    int requests_ = 0;
+    std::unique_ptr<Subprocess> screen_;
+    std::unique_ptr<Subprocess> server_;
+    std::unique_ptr<Subprocess> agent_;
+    std::unique_ptr<Subprocess> client_;
+};
+
+}  // namespace quorl::test
