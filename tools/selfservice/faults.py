@@ -2,6 +2,7 @@
 writes to the connection itself and returns None, or returns a reply."""
 
 import threading
+import time
 
 from .messages import Reply, json_reply
 
@@ -50,13 +51,22 @@ def huge_body(connection, _request):
         connection.sendall(b"x" * 65536)
 
 
+def drip(connection, _request):
+    """A good body of three bytes, one every eight seconds."""
+    connection.sendall(HEAD % (b"text/plain", 3))
+    for byte in (b"o", b"n", b"e"):
+        time.sleep(8)
+        connection.sendall(byte)
+
+
 def failure(_connection, _request):
     """A well-formed refusal."""
     return json_reply({"result": "failure"})
 
 
 FAULTS = {function.__name__.replace("_", "-"): function for function in (
-    silent, cut_body, cut_headers, no_reply, empty_body, broken_json, bad_text, huge_body, failure)}
+    silent, cut_body, cut_headers, no_reply, empty_body, broken_json, bad_text, huge_body, drip,
+    failure)}
 
 
 def text_error(status):

@@ -39,6 +39,7 @@ class Pages:
             "/page/post": self.post_message,
             "/page/slow": self.slow,
             "/redirect": self.redirect,
+            "/reply": lambda request: Reply(request.body, request.query.get("type", "")),
             "/favicon.ico": lambda _request: Reply(b"", "image/x-icon", 204),
         }
 

@@ -1,0 +1,231 @@
+#include "Handle.h"
+#include "HttpClient.h"
+#include "TestServer.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+namespace quorl::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class HttpClientTest : public testing::Test {
+  protected:
+    HttpClientTest() { trustTestAuthority(); }
+
+    static Value get(const std::string& url, bool restrictBadCert = true) {
+        return HttpClient(restrictBadCert).makeSyncRequest("GET", url, "", "", Value::object());
+    }
+    static Value post(const std::string& url, const std::string& form,
+                      const Value& headers = Value::object()) {
+        return HttpClient(true).makeSyncRequest("POST", url, "", form, headers);
+    }
+};
+
+constexpr auto checking = "HttpClient: It's bad server cert, checking trust in keychain...";
+constexpr auto trusted = "HttpClient: It's a trusted certificate in keychain\n";
+constexpr auto blocked =
+    "HttpClient: It's not a trusted certificate in keychain, going to block as per the preference";
+constexpr auto allowing =
+    "HttpClient: It's bad server cert, however allowing it as per the preference";
+
+TEST_F(HttpClientTest, OnlyTrustedCertificatesPassUnlessAnyIsAllowed) {
+    struct Case {
+        const char* certificate;
+        const char* host;
+        bool isTrusted;
+    };
+    for (const Case& c :
+         {Case{"server", "localhost", true}, Case{"server", "127.0.0.1", true},
+          Case{"name-only", "localhost", true}, Case{"name-only", "127.0.0.1", false},
+          Case{"wrong-host", "localhost", false}, Case{"self-signed", "localhost", false},
+          Case{"expired", "localhost", false}, Case{"not-yet-valid", "localhost", false}}) {
+        SCOPED_TRACE(std::string(c.certificate) + " for " + c.host);
+        const TestServer server(c.certificate);
+        const std::string url = server.url("/fault/failure", c.host);
+        const Value success = {{"result", "failure"}};
+
+        const LogCapture restricted;
+        EXPECT_EQ(get(url), c.isTrusted ? success : Value({{"ERROR_MSG", "BAD_CERT"}}));
+        EXPECT_EQ(server.requests().size(), c.isTrusted ? 1u : 0u);
+        EXPECT_EQ(restricted.count(checking), 1u);
+        EXPECT_EQ(restricted.count(trusted), c.isTrusted ? 1u : 0u);
+        EXPECT_EQ(restricted.count(blocked), c.isTrusted ? 0u : 1u);
+
+        const LogCapture open;
+        EXPECT_EQ(get(url, false), success);
+        EXPECT_EQ(open.count(allowing), 1u);
+        EXPECT_FALSE(open.has(checking));
+    }
+}
+
+TEST_F(HttpClientTest, TheBodyDecidesTheResultAndTheStatusNothing) {
+    const TestServer server;
+    const std::string json = "/reply?type=application/json";
+    const std::string text = "/reply?type=text/html";
+    const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+    struct Case {
+        std::string path;
+        std::string body;
+        Value result;
+    };
+    const Value noBody = {{"ERROR_MSG", "No response received from the server"}};
+    const Case cases[] = {
+        {json, R"({"a": [1, true, null]})", {{"a", {1, true, nullptr}}}},
+        {"/reply?type=Application/JSON;charset=utf-8", R"(["]"])", Value::array({"]"})},
+        {json, R"({"a": )", nullptr},
+        {json, "\"text alone\"", nullptr},
+        {json, "{\"a\": \"\xff\"}", nullptr},
+        {json, nested(513), nullptr},
+        {json, nested(512), Value::parse(nested(512))},
+        {"/reply?type=application/jsonp", "{}", {{"RESPONSE_TEXT", "{}"}}},
+        {text, "caf\xc3\xa9", {{"RESPONSE_TEXT", "caf\xc3\xa9"}}},
+        {text, "caf\xe9", {{"RESPONSE_TEXT", nullptr}}},
+        {text, "", noBody},
+        {"/fault/empty-body", "", noBody},
+        {"/nope",
+         "",
+         {{"RESPONSE_TEXT",
+           "<!doctype html><title>Not found</title>"
+           "<p>No such page.</p>"}}},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(post(server.url(c.path), c.body), c.result) << c.path << " " << c.body;
+
+    const LogCapture log;
+    get(server.url("/nope"));
+    EXPECT_TRUE(
+        log.has("HttpClient : makeSyncRequest called with type GET and restrictBadCert - 1\n"));
+    EXPECT_TRUE(log.has("HttpClient: waiting for server response...\n"));
+    EXPECT_TRUE(log.has("HttpClient: response status code -  404\n"));
+}
+
+TEST_F(HttpClientTest, ABrokenExchangeIsAnErrorInTheTransportsWords) {
+    const TestServer server;
+    for (const auto& [path, code] :
+         {std::pair("/fault/cut-body", 18), {"/fault/no-reply", 52}, {"/fault/huge-body", 63}}) {
+        const LogCapture log;
+        const Value result = get(server.url(path));
+        const std::string message = result.value("ERROR_MSG", "");
+        EXPECT_FALSE(message.empty() || message == "BAD_CERT") << path << result;
+        EXPECT_TRUE(log.has("HttpClient: error -  " + message + "\n")) << log.text();
+        EXPECT_TRUE(log.has(fmt::format("HttpClient: errorCode -  {}\n", code))) << log.text();
+        EXPECT_TRUE(log.has("HttpClient: failure reason -  ")) << log.text();
+    }
+}
+
+TEST_F(HttpClientTest, AServerThatIsNotThereIsAnError) {
+    // A port that is bound but not listened on refuses.
+    const FileDescriptor bound(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(bind(bound.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
+    getsockname(bound.get(), reinterpret_cast<sockaddr*>(&address), &length);
+
+    const LogCapture log;
+    const std::string port = std::to_string(ntohs(address.sin_port));
+    const std::pair<std::string, int> cases[] = {{"https://127.0.0.1:" + port + "/", 7},
+                                                 {"https://no-such-host.invalid/", 6},
+                                                 {"http://127.0.0.1:" + port + "/", 1},
+                                                 {"https://:8443", 3}};
+    for (const auto& [url, code] : cases) {
+        EXPECT_TRUE(member(get(url), "ERROR_MSG")) << url;
+        EXPECT_EQ(log.count(fmt::format("HttpClient: errorCode -  {}\n", code)), 1u) << log.text();
+    }
+    EXPECT_EQ(log.count("HttpClient: response status code -  0\n"), std::size(cases));
+}
+
+TEST_F(HttpClientTest, ARequestWithoutTypeOrUrlIsInvalid) {
+    const LogCapture log;
+    const Value invalid = {{"ERROR_MSG", "INVALID_REQUEST"}};
+    EXPECT_EQ(HttpClient(true).makeSyncRequest(std::nullopt, "https://localhost/", "", "", {}),
+              invalid);
+    EXPECT_EQ(HttpClient(true).makeSyncRequest("GET", std::nullopt, "", "", {}), invalid);
+    EXPECT_EQ(log.count("HttpClient : invalid request called\n"), 2u);
+    EXPECT_TRUE(log.has("called with type (null) and restrictBadCert - 1\n"));
+}
+
+TEST_F(HttpClientTest, EachMethodCarriesWhatIsItsOwn) {
+    const TestServer server;
+    struct Case {
+        const char* type;
+        const char* path;
+        const char* parameters;
+        const char* form;
+        const char* target;
+        const char* body;
+        std::vector<std::string> contentType;
+    };
+    const std::string formType = "application/x-www-form-urlencoded";
+    const Case cases[] = {
+        {"GET", "/nope", "a=b c", "f=1", "/nope?a=b%2520c", "", {}},
+        {"GET", "/nope", "a=1&b=2", "", "/nope?a=1&b=2", "", {}},
+        {"GET", "/a/../b\"", "", "", "/a/../b%22", "", {}},
+        {"POST", "/nope", "a=1", "a=b c&d=\xc3\xa9", "/nope", "a=b c&d=\xc3\xa9", {formType}},
+        {"POST", "/nope?x=%20", "", "", "/nope?x=%2520", "", {}},
+        {"PUT", "/nope", "a=1", "a=1", "/nope", "", {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.type) + " " + c.target);
+        HttpClient(true).makeSyncRequest(c.type, server.url(c.path), c.parameters, c.form, {});
+        const Value request = server.requests().back();
+        EXPECT_EQ(request["method"], c.type);
+        EXPECT_EQ(request["target"], c.target);
+        EXPECT_EQ(request["body"], c.body);
+        EXPECT_EQ(TestServer::headers(request, "Content-Type"), c.contentType);
+    }
+}
+
+TEST_F(HttpClientTest, TheCallersHeadersReplaceAndNothingIsSmuggledIn) {
+    const TestServer server;
+    post(server.url("/nope"), "{}",
+         {{"Content-Type", "text/plain"},
+          {"X-Empty", ""},
+          {"X-Number", 7},
+          {"X-Text", "one two"},
+          {"X-Split", "a\r\nX-Smuggled: b"},
+          {"X-Split\r\nX-Smuggled", "b"}});
+    const Value request = server.requests().back();
+    EXPECT_THAT(TestServer::headers(request, "content-type"), ElementsAre("text/plain"));
+    EXPECT_THAT(TestServer::headers(request, "X-Empty"), ElementsAre(""));
+    EXPECT_THAT(TestServer::headers(request, "X-Text"), ElementsAre("one two"));
+    EXPECT_THAT(TestServer::headers(request, "X-Number"), IsEmpty());
+    EXPECT_THAT(TestServer::headers(request, "X-Split"), IsEmpty());
+    EXPECT_THAT(TestServer::headers(request, "X-Smuggled"), IsEmpty());
+}
+
+TEST_F(HttpClientTest, RedirectsAreFollowedAsABrowserDoes) {
+    const TestServer server;
+    const Value result = post(server.url("/redirect?to=/fault/failure"), "a=1");
+    EXPECT_EQ(result, Value({{"result", "failure"}}));
+    const std::vector<Value> requests = server.requests();
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0]["method"], "POST");
+    EXPECT_EQ(requests[1]["method"], "GET");
+    EXPECT_EQ(requests[1]["body"], "");
+
+    post(server.url("/redirect?status=307&to=/fault/failure"), "a=1");
+    EXPECT_EQ(server.requests().back()["method"], "POST");
+    EXPECT_EQ(server.requests().back()["body"], "a=1");
+}
+
+TEST_F(HttpClientTest, ARedirectNeverEscapesTheCertificatePolicy) {
+    // Good for the first host name, not for the second: each connection is judged by its own.
+    const TestServer server("name-only");
+    const std::string elsewhere = server.url("/fault/failure", "127.0.0.1");
+    const Value badCertificate = {{"ERROR_MSG", "BAD_CERT"}};
+    EXPECT_EQ(get(server.url("/redirect?to=" + elsewhere)), badCertificate);
+    const LogCapture log;
+    EXPECT_TRUE(member(get(server.url("/redirect?to=http://localhost:1/")), "ERROR_MSG"));
+    EXPECT_TRUE(log.has("HttpClient: errorCode -  1\n")) << log.text();
+    EXPECT_EQ(server.requests().size(), 2u);
+}
+
+}  // namespace
+}  // namespace quorl::test
