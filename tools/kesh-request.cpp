@@ -1,0 +1,235 @@
+// A client of the login agent's local channel: sends one request, prints the answer.
+#include "KeyedArchive.h"
+#include "MessageIds.h"
+#include "PacketSocket.h"
+#include "SystemPaths.h"
+
+#include <fmt/core.h>
+#include <getopt.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using namespace quorl;
+using SteadyClock = std::chrono::steady_clock;
+using NoAnswer = tl::unexpected<std::string>;
+
+enum ExitStatus : int { success = 0, otherAnswer = 1, noAnswer = 2, wrongUsage = 64 };
+
+constexpr std::string_view help = R"(usage: kesh-request [options]
+
+Sends one request to the login agent on this machine, waits for the answer and
+prints it as JSON on standard output.
+
+The request dictionary:
+  --mfa-request-url PATH       "MFA_REQUEST_URL": path and query of the MFA page,
+                               below the server's base URL; asks for the online flow
+  --offline-mfa                "OFFLINE_MFA": asks for the offline flow
+  --user-name NAME             "USER_NAME": who logs on (offline flow)
+  --domain-name NAME           "DOMAIN_NAME": that user's domain (offline flow)
+  --mfa-error-msg IDENTIFIER   "MFA_ERROR_MSG": shows the error text of that identifier
+  --error-msg TEXT             "ERROR_MSG": shows that error text
+  --post-data TEXT             "POST_DATA": body of the page request
+  --request-header NAME=VALUE  an entry of "REQUEST_HEADERS"; may be repeated
+  --json                       reads the dictionary as a JSON object from standard
+                               input; the options above are added to it
+
+Where and how long:
+  --runtime-dir FOLDER         folder of the agent's socket
+                               (default: {runtimeDir})
+  --timeout SECONDS            how long to wait for the answer, from 1 to 86400
+                               (default: 120)
+  --help                       shows this text
+
+Exit status:
+  0   the answer's "MFA_AUTH_RESULT" is "SUCCESS"
+  1   any other answer
+  2   no answer: the agent cannot be reached, it dropped the request (a newer one
+      replaced it, or the agent ended), or the time is up; standard error says which
+  64  wrong usage
+)";
+
+struct Options {
+    Value request = Value::object();
+    bool readsJson = false;
+    std::string runtimeDir = systemPaths().runtimeDir;
+    std::chrono::seconds timeout{120};
+};
+
+int complain(ExitStatus status, std::string_view reason) {
+    fmt::print(stderr, "kesh-request: {}\n", reason);
+    return status;
+}
+
+std::optional<std::chrono::seconds> parseTimeout(std::string_view text) {
+    int seconds = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (error != std::errc() || end != text.data() + text.size() || seconds < 1 || seconds > 86'400)
+        return std::nullopt;
+    return std::chrono::seconds(seconds);
+}
+
+// The options that are an entry of the request each, by the entry's key.
+constexpr std::array<std::pair<const char*, const char*>, 6> textOptions{{
+    {"mfa-request-url", "MFA_REQUEST_URL"},
+    {"user-name", "USER_NAME"},
+    {"domain-name", "DOMAIN_NAME"},
+    {"mfa-error-msg", "MFA_ERROR_MSG"},
+    {"error-msg", "ERROR_MSG"},
+    {"post-data", "POST_DATA"},
+}};
+
+enum OptionCode : int {
+    offlineMfa = 'a',
+    requestHeader,
+    json,
+    runtimeDirectory,
+    timeoutSeconds,
+    showHelp,
+    firstText = 'A',
+};
+
+std::vector<option> longOptions() {
+    std::vector<option> options{
+        {"offline-mfa", no_argument, nullptr, offlineMfa},
+        {"request-header", required_argument, nullptr, requestHeader},
+        {"json", no_argument, nullptr, json},
+        {"runtime-dir", required_argument, nullptr, runtimeDirectory},
+        {"timeout", required_argument, nullptr, timeoutSeconds},
+        {"help", no_argument, nullptr, showHelp},
+    };
+    for (int i = 0; i < static_cast<int>(textOptions.size()); ++i)
+        options.push_back({textOptions[i].first, required_argument, nullptr, firstText + i});
+    options.push_back({});
+    return options;
+}
+
+// The options, or the exit status when there is nothing to send.
+tl::expected<Options, int> parseArguments(int argc, char** argv) {
+    Options options;
+    const std::vector<option> known = longOptions();
+    for (int code; (code = getopt_long(argc, argv, "", known.data(), nullptr)) != -1;) {
+        const std::string_view argument = optarg ? optarg : "";
+        switch (code) {
+            case offlineMfa:
+                options.request["OFFLINE_MFA"] = true;
+                break;
+            case requestHeader: {
+                const auto equals = argument.find('=');
+                if (equals == 0 || equals == std::string_view::npos)
+                    return tl::unexpected(
+                        complain(wrongUsage, "--request-header wants NAME=VALUE"));
+                options.request["REQUEST_HEADERS"][std::string(argument.substr(0, equals))] =
+                    argument.substr(equals + 1);
+                break;
+            }
+            case json:
+                options.readsJson = true;
+                break;
+            case runtimeDirectory:
+                options.runtimeDir = argument;
+                break;
+            case timeoutSeconds: {
+                const auto timeout = parseTimeout(argument);
+                if (!timeout)
+                    return tl::unexpected(
+                        complain(wrongUsage, "--timeout wants seconds, from 1 to 86400"));
+                options.timeout = *timeout;
+                break;
+            }
+            case showHelp:
+                fmt::print(help, fmt::arg("runtimeDir", systemPaths().runtimeDir));
+                return tl::unexpected(int{success});
+            case '?':
+                return tl::unexpected(complain(wrongUsage, "see kesh-request --help"));
+            default:
+                options.request[textOptions[static_cast<std::size_t>(code - firstText)].second] =
+                    argument;
+                break;
+        }
+    }
+    if (optind < argc)
+        return tl::unexpected(complain(wrongUsage, "only options are taken, see --help"));
+    return options;
+}
+
+// Reads the dictionary from standard input and puts the options' entries over it.
+bool addJson(Value& request) {
+    const std::string text{std::istreambuf_iterator<char>(std::cin), {}};
+    Value base = Value::parse(text, nullptr, false);
+    if (!base.is_object())
+        return false;
+    base.merge_patch(request);
+    request = std::move(base);
+    return true;
+}
+
+// Waits for the result on the reply port; the reason when none comes.
+tl::expected<PortMessage, std::string> receiveResult(int socket, SteadyClock::time_point end) {
+    PacketReceiver receiver;
+    for (;;) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(end - SteadyClock::now()).count();
+        pollfd entry{.fd = socket, .events = POLLIN, .revents = 0};
+        if (left <= 0)
+            return NoAnswer("the time is up");
+        if (poll(&entry, 1, static_cast<int>(left)) <= 0)
+            continue;
+        auto message = receiver.receive(socket);
+        if (message && message->msgid == MessageId::result)
+            return std::move(*message);
+        if (!message && message.error().kind == NoMessage::closedByPeer)
+            return NoAnswer("the agent dropped the request");
+    }
+}
+
+tl::expected<PortMessage, std::string> askAgent(const Options& options, Bytes request) {
+    const auto end = SteadyClock::now() + options.timeout;
+    auto service = connectToService(options.runtimeDir, bootstrapName, options.timeout);
+    if (!service)
+        return NoAnswer("the agent cannot be reached: " + service.error());
+    auto ends = makeSocketPair();
+    if (!ends)
+        return NoAnswer("no reply port can be made");
+    PortMessage message{.msgid = MessageId::request,
+                        .replyPort = std::make_shared<SocketSendRight>(std::move(ends->second))};
+    message.components.push_back(std::move(request));
+    if (!(*service)->send(message, options.timeout))
+        return NoAnswer("the request cannot be sent");
+    // From here on the agent alone holds that end, so its letting go is seen at once.
+    message.replyPort.reset();
+    return receiveResult(ends->first.get(), end);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    auto options = parseArguments(argc, argv);
+    if (!options)
+        return options.error();
+    if (options->readsJson && !addJson(options->request))
+        return complain(wrongUsage, "standard input holds no JSON object");
+    auto request = archive(options->request);
+    if (!request)
+        return complain(wrongUsage, "the request holds what an archive cannot carry");
+    const auto answer = askAgent(*options, std::move(*request));
+    if (!answer)
+        return complain(noAnswer, answer.error());
+    const auto result =
+        answer->components.empty() ? std::nullopt : unarchive(answer->components.front());
+    if (!result)
+        return complain(otherAnswer, "the answer is no archived dictionary");
+    fmt::print("{}\n", result->dump(2, ' ', false, Value::error_handler_t::replace));
+    return stringValue(*result, "MFA_AUTH_RESULT") == "SUCCESS" ? success : otherAnswer;
+}
