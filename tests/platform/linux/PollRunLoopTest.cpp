@@ -1,0 +1,89 @@
+#include "PacketSocket.h"
+#include "PollRunLoop.h"
+#include "TestSandbox.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <functional>
+
+namespace quorl::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+// A pipe that is readable from the start, until it is drained.
+class PipeSource final : public RunLoopSource {
+  public:
+    explicit PipeSource(std::function<void()> action) : action_(std::move(action)) {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0)
+            abort();
+        reader_.reset(ends[0]);
+        writer_.reset(ends[1]);
+        EXPECT_EQ(write(writer_.get(), "x", 1), 1);
+    }
+    int descriptor() const override { return reader_.get(); }
+    void ready() override {
+        ++calls;
+        char byte = 0;
+        EXPECT_EQ(read(reader_.get(), &byte, 1), 1);
+        action_();
+    }
+    int calls = 0;
+
+  private:
+    FileDescriptor reader_;
+    FileDescriptor writer_;
+    std::function<void()> action_;
+};
+
+TEST(PollRunLoop, ASourceRemovedByAnotherOfTheSameRoundIsNotCalled) {
+    PollRunLoop loop;
+    PipeSource* second = nullptr;
+    PipeSource first([&] { loop.remove(*second); });
+    {
+        // Gone altogether before the next wait.
+        PipeSource removed([] {});
+        second = &removed;
+        loop.add(first);
+        loop.add(removed);
+        loop.runFor(milliseconds(20));
+        EXPECT_EQ(removed.calls, 0);
+    }
+    loop.runFor(milliseconds(20));
+    EXPECT_EQ(first.calls, 1);
+}
+
+TEST(PollRunLoop, SourcesMayBeAddedAndMayRemoveThemselvesInTheirCallback) {
+    PollRunLoop loop;
+    PipeSource added([] {});
+    PipeSource* self = nullptr;
+    PipeSource first([&] {
+        loop.remove(*self);
+        // Enough to move the loop's own storage.
+        for (int i = 0; i < 64; ++i) {
+            loop.add(added);
+            loop.remove(added);
+        }
+        loop.add(added);
+    });
+    self = &first;
+    loop.add(first);
+    loop.runFor(milliseconds(20));
+    EXPECT_EQ(first.calls, 1);
+    EXPECT_EQ(added.calls, 1);
+}
+
+TEST(PollRunLoop, ServesForTheWholeDuration) {
+    PollRunLoop loop;
+    const auto start = std::chrono::steady_clock::now();
+    PipeSource source([] {});
+    loop.add(source);
+    loop.runFor(milliseconds(50));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(50));
+    EXPECT_EQ(source.calls, 1);
+}
+
+}  // namespace
+}  // namespace quorl::test

@@ -1,0 +1,97 @@
+#include "PacketCodec.h"
+#include "PollRunLoop.h"
+#include "SocketPorts.h"
+#include "TestSandbox.h"
+
+#include <thread>
+
+namespace quorl::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+class SocketPortsTest : public testing::Test {
+  protected:
+    SocketPortsTest() {
+        port_->setHandler([this](PortMessage message) { received_.push_back(std::move(message)); });
+        port_->addToRunLoop(loop_);
+    }
+    bool runUntil(std::size_t count) {
+        return waitFor([&] {
+            loop_.runFor(milliseconds(5));
+            return received_.size() >= count;
+        });
+    }
+
+    PollRunLoop loop_;
+    std::unique_ptr<SocketPort> port_ = SocketPort::make();
+    std::vector<PortMessage> received_;
+};
+
+bool readsEndOfFile(int socket) {
+    PacketReceiver receiver;
+    const auto message = receiver.receive(socket);
+    return !message && message.error().kind == NoMessage::closedByPeer;
+}
+
+TEST_F(SocketPortsTest, MessagesOfAnotherThreadArriveInOrderAndWhole) {
+    const Bytes greatest(maxPacketSize - 20, 0xA5);
+    std::thread sender([right = port_->sendRight(), &greatest] {
+        for (std::uint32_t id = 1; id <= 50; ++id)
+            EXPECT_TRUE(right->send({.msgid = id, .components = {greatest}}, seconds(10)));
+    });
+    EXPECT_TRUE(runUntil(50));
+    sender.join();
+    for (std::uint32_t id = 1; id <= 50; ++id) {
+        EXPECT_EQ(received_[id - 1].msgid, id);
+        EXPECT_EQ(received_[id - 1].components, std::vector<Bytes>{greatest});
+    }
+}
+
+TEST_F(SocketPortsTest, AReplyPortTravelsAndItsReceiverSeesWhenItIsDropped) {
+    auto ends = makeSocketPair();
+    ASSERT_TRUE(ends);
+    PortMessage message{.msgid = 1,
+                        .replyPort = std::make_shared<SocketSendRight>(std::move(ends->second))};
+    ASSERT_TRUE(port_->sendRight()->send(message, seconds(1)));
+    message.replyPort.reset();
+    ASSERT_TRUE(runUntil(1));
+    ASSERT_TRUE(received_[0].replyPort);
+
+    ASSERT_TRUE(received_[0].replyPort->send({.msgid = 2, .components = {{9}}}, seconds(1)));
+    PacketReceiver receiver;
+    const auto answer = receiver.receive(ends->first.get());
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->msgid, 2u);
+    EXPECT_FALSE(readsEndOfFile(ends->first.get()));
+    received_.clear();
+    EXPECT_TRUE(readsEndOfFile(ends->first.get()));
+}
+
+TEST_F(SocketPortsTest, ASendGivesUpAtItsDeadlineAndGoesOnWhenRoomIsMade) {
+    const PortMessage large{.msgid = 1, .components = {Bytes(100'000)}};
+    const SendRightPtr right = port_->sendRight();
+    std::size_t sent = 0;
+    while (right->send(large, milliseconds(0)))
+        ASSERT_LT(++sent, 1000u);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(right->send(large, milliseconds(50)));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(50));
+
+    bool outcome = false;
+    std::thread sender([&] { outcome = right->send(large, seconds(10)); });
+    EXPECT_TRUE(runUntil(sent + 1));
+    sender.join();
+    EXPECT_TRUE(outcome);
+}
+
+TEST_F(SocketPortsTest, SendingToADeadReceiverIsHarmless) {
+    const SendRightPtr right = port_->sendRight();
+    port_->invalidate();
+    port_->invalidate();
+    EXPECT_FALSE(right->send({.msgid = 1}, seconds(5)));
+}
+
+}  // namespace
+}  // namespace quorl::test
