@@ -1,0 +1,119 @@
+#include "AtomicFile.h"
+
+#include "Handle.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace quorl {
+namespace {
+
+tl::unexpected<std::string> failure(std::string_view doing) {
+    return tl::unexpected(std::string(doing) + ": " + strerror(errno));
+}
+
+// Removes the temporary file unless it has taken the target's place.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(std::string path) : path_(std::move(path)) {}
+    ~TemporaryFile() {
+        if (!path_.empty())
+            unlink(path_.c_str());
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    void keep() { path_.clear(); }
+
+  private:
+    std::string path_;
+};
+
+bool writeAll(int fd, ByteView content) {
+    while (!content.empty()) {
+        const ssize_t written = write(fd, content.data(), content.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        content = content.subspan(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+std::string folderOf(const std::string& path) {
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    return folder.empty() ? "." : folder.string();
+}
+
+}  // namespace
+
+tl::expected<void, std::string> replaceFile(const std::string& path, ByteView content,
+                                            std::optional<mode_t> mode) {
+    struct stat old {};
+    const bool exists = lstat(path.c_str(), &old) == 0;
+    if (!exists && errno != ENOENT)
+        return failure("cannot look at the file");
+    if (exists && !S_ISREG(old.st_mode))
+        return tl::unexpected(std::string("not a regular file"));
+    const mode_t finalMode = mode.value_or(exists ? old.st_mode & 07777 : mode_t{0600});
+
+    std::string name = path + ".XXXXXX";
+    // mkostemp creates with mode 0600, so the content is never readable for others before it is
+    // meant to be.
+    const FileDescriptor file(mkostemp(name.data(), O_CLOEXEC));
+    if (!file)
+        return failure("cannot create a temporary file");
+    TemporaryFile temporary(name);
+    if (exists && !mode && (old.st_uid != geteuid() || old.st_gid != getegid()) &&
+        fchown(file.get(), old.st_uid, old.st_gid) != 0)
+        return failure("cannot keep the owner");
+    if (fchmod(file.get(), finalMode) != 0)
+        return failure("cannot set the mode");
+    if (!writeAll(file.get(), content))
+        return failure("cannot write");
+    if (fsync(file.get()) != 0)
+        return failure("cannot sync the file");
+    if (rename(name.c_str(), path.c_str()) != 0)
+        return failure("cannot rename");
+    temporary.keep();
+    const FileDescriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder || fsync(folder.get()) != 0)
+        return failure("cannot sync the folder");
+    return {};
+}
+
+tl::expected<Bytes, std::string> readFile(const std::string& path, std::size_t limit) {
+    // Without O_NONBLOCK, opening a pipe in the file's place would wait for a writer.
+    const FileDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file)
+        return failure("cannot open");
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0)
+        return failure("cannot look at the file");
+    if (!S_ISREG(status.st_mode))
+        return tl::unexpected(std::string("not a regular file"));
+    if (static_cast<std::uint64_t>(status.st_size) > limit)
+        return tl::unexpected(std::string("too large"));
+    Bytes content(static_cast<std::size_t>(status.st_size));
+    std::size_t filled = 0;
+    while (filled < content.size()) {
+        const ssize_t got = read(file.get(), content.data() + filled, content.size() - filled);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return failure("cannot read");
+        if (got == 0)
+            break;
+        filled += static_cast<std::size_t>(got);
+    }
+    content.resize(filled);
+    return content;
+}
+
+}  // namespace quorl

@@ -1,0 +1,192 @@
+#include "PropertyList.h"
+
+#include "AtomicFile.h"
+#include "Handle.h"
+
+#include <fmt/chrono.h>
+#include <plist/plist.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace quorl {
+namespace {
+
+constexpr std::size_t largestFile = 4 << 20;
+constexpr int deepest = 64;
+
+using Plist = std::unique_ptr<std::remove_pointer_t<plist_t>, FreeWith<plist_free>>;
+using XmlText = Handle<char, plist_to_xml_free>;
+using AllocatedText = Handle<char, ::free>;
+
+// Dates count from 2001 in the library's own terms.
+std::string dateText(plist_t node) {
+    constexpr std::int64_t year2001 = 978307200;
+    std::int32_t seconds = 0;
+    std::int32_t microseconds = 0;
+    plist_get_date_val(node, &seconds, &microseconds);
+    return fmt::format(
+        "{:%Y-%m-%dT%H:%M:%SZ}",
+        fmt::gmtime(static_cast<std::time_t>(year2001 + static_cast<std::int64_t>(seconds))));
+}
+
+Value toValue(plist_t node);
+
+Value dictionaryValue(plist_t node) {
+    Value dictionary = Value::object();
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(node, &iterator);
+    const AllocatedText guard(static_cast<char*>(iterator));
+    for (;;) {
+        char* key = nullptr;
+        plist_t entry = nullptr;
+        plist_dict_next_item(node, iterator, &key, &entry);
+        const AllocatedText keyGuard(key);
+        if (!entry)
+            return dictionary;
+        if (key)
+            dictionary[key] = toValue(entry);
+    }
+}
+
+Value toValue(plist_t node) {
+    switch (plist_get_node_type(node)) {
+        case PLIST_BOOLEAN: {
+            std::uint8_t value = 0;
+            plist_get_bool_val(node, &value);
+            return value != 0;
+        }
+        case PLIST_UINT: {
+            std::uint64_t value = 0;
+            plist_get_uint_val(node, &value);
+            // The library gives negative numbers in the same 64 bits.
+            return static_cast<std::int64_t>(value);
+        }
+        case PLIST_REAL: {
+            double value = 0;
+            plist_get_real_val(node, &value);
+            return value;
+        }
+        case PLIST_STRING: {
+            std::uint64_t length = 0;
+            const char* text = plist_get_string_ptr(node, &length);
+            return text ? std::string(text, length) : std::string();
+        }
+        case PLIST_DATA: {
+            std::uint64_t length = 0;
+            const char* data = plist_get_data_ptr(node, &length);
+            return Value::binary(data ? Bytes(data, data + length) : Bytes());
+        }
+        case PLIST_DATE:
+            return dateText(node);
+        case PLIST_DICT:
+            return dictionaryValue(node);
+        case PLIST_ARRAY: {
+            Value list = Value::array();
+            for (std::uint32_t i = 0; i < plist_array_get_size(node); ++i)
+                list.push_back(toValue(plist_array_get_item(node, i)));
+            return list;
+        }
+        case PLIST_UID:
+        case PLIST_KEY:
+        case PLIST_NONE:
+            break;
+    }
+    return {};
+}
+
+Plist fromValue(const Value& value) {
+    switch (value.type()) {
+        case Value::value_t::string:
+            return Plist(plist_new_string(value.get_ref<const std::string&>().c_str()));
+        case Value::value_t::boolean:
+            return Plist(plist_new_bool(value.get<bool>() ? 1 : 0));
+        case Value::value_t::number_integer:
+        case Value::value_t::number_unsigned:
+            return Plist(plist_new_uint(value.get<std::uint64_t>()));
+        case Value::value_t::number_float:
+            return Plist(plist_new_real(value.get<double>()));
+        case Value::value_t::binary: {
+            const auto& data = value.get_binary();
+            return Plist(plist_new_data(reinterpret_cast<const char*>(data.data()), data.size()));
+        }
+        case Value::value_t::object: {
+            Plist dictionary(plist_new_dict());
+            for (const auto& [key, entry] : value.items()) {
+                if (Plist item = fromValue(entry))
+                    plist_dict_set_item(dictionary.get(), key.c_str(), item.release());
+            }
+            return dictionary;
+        }
+        case Value::value_t::array: {
+            Plist list(plist_new_array());
+            for (const Value& entry : value) {
+                if (Plist item = fromValue(entry))
+                    plist_array_append_item(list.get(), item.release());
+            }
+            return list;
+        }
+        case Value::value_t::null:
+        case Value::value_t::discarded:
+            break;
+    }
+    return nullptr;
+}
+
+// The library reads nested elements by recursion, so the depth is bounded before it sees them.
+bool tooDeep(std::string_view xml) {
+    int depth = 0;
+    for (auto at = xml.find('<'); at != xml.npos; at = xml.find('<', at + 1)) {
+        const std::string_view tag = xml.substr(at);
+        if (tag.starts_with("<dict") || tag.starts_with("<array"))
+            ++depth;
+        else if (tag.starts_with("</dict") || tag.starts_with("</array"))
+            --depth;
+        if (depth > deepest)
+            return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+tl::expected<Value, std::string> parsePropertyList(ByteView content) {
+    if (content.empty())
+        return tl::unexpected(std::string("empty"));
+    const std::string_view text = asText(content);
+    plist_t node = nullptr;
+    if (text.starts_with("bplist")) {
+        plist_from_bin(text.data(), static_cast<std::uint32_t>(text.size()), &node);
+    } else {
+        if (tooDeep(text))
+            return tl::unexpected(std::string("nested too deep"));
+        if (text.find('\0') != text.npos)
+            return tl::unexpected(std::string("no property list"));
+        plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
+    }
+    const Plist owned(node);
+    if (!owned)
+        return tl::unexpected(std::string("no property list"));
+    return toValue(node);
+}
+
+tl::expected<Value, std::string> readPropertyListFile(const std::string& path) {
+    return readFile(path, largestFile).and_then([](const Bytes& content) {
+        return parsePropertyList(content);
+    });
+}
+
+tl::expected<void, std::string> writePropertyListFile(const std::string& path, const Value& value) {
+    const Plist plist = fromValue(value);
+    if (!plist)
+        return tl::unexpected(std::string("nothing to write"));
+    char* xml = nullptr;
+    std::uint32_t length = 0;
+    plist_to_xml(plist.get(), &xml, &length);
+    const XmlText text(xml);
+    if (!text)
+        return tl::unexpected(std::string("cannot be written as a property list"));
+    return replaceFile(path, asBytes({text.get(), length}));
+}
+
+}  // namespace quorl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bytes.h"
 #include "Value.h"
 
 #include <tl/expected.hpp>
@@ -12,6 +13,9 @@ namespace quorl {
 /// are read as text (ISO 8601), data as the binary kind. For files of this machine alone: bytes of
 /// a peer go through KeyedArchive. Failure gives the reason as text.
 tl::expected<Value, std::string> readPropertyListFile(const std::string& path);
+
+/// The same for bytes that were read already.
+tl::expected<Value, std::string> parsePropertyList(ByteView content);
 
 /// Writes the value as an XML property list in place of the file: temporary file, fsync, rename,
 /// fsync of the folder; owner and mode of an existing file are kept, a new one has mode 0600. A
