@@ -1,0 +1,93 @@
+#include "FakeWebView.h"
+#include "FakeWindow.h"
+#include "HtmlUtils.h"
+#include "TestSandbox.h"
+
+#include <gtest/gtest.h>
+
+namespace quorl::test {
+namespace {
+
+class HtmlUtilsTest : public ::testing::Test {
+  protected:
+    TestSandbox sandbox;
+    LogCapture log;
+    Resources resources{sandbox.root().string()};
+    FakeWebView view;
+    FakeBrowserWindow window;
+    HtmlUtils html{view, window, resources};
+};
+
+TEST_F(HtmlUtilsTest, putsValuesIntoTheTemplatesAsTheyStand) {
+    html.setValueAttribute("PASSCODE", "");
+    html.setSrcAttribute("LOGO", "/a b/it's.png");
+    html.putInnerHtml("T", "a'b{}\\");
+    html.removeAttribute("T", "class");
+    html.insertAdjacentHTML("T", "beforeEnd", "<b class=\"x\">%@</b>");
+    const std::vector<std::string> expected = {
+        "document.getElementById('PASSCODE').value='';",
+        "document.getElementById('LOGO').src='/a b/it's.png';",
+        "document.getElementById('T').innerHTML = 'a'b{}\\';",
+        "document.getElementById('T').removeAttribute('class');",
+        "document.getElementById('T').insertAdjacentHTML('beforeEnd', '<b class=\"x\">%@</b>');"};
+    EXPECT_EQ(view.scripts, expected);
+}
+
+TEST_F(HtmlUtilsTest, aFailedScriptIsLoggedAndTheNextOneRuns) {
+    view.answer = [](const std::string& script) -> ScriptResult {
+        if (script == "bad")
+            return tl::unexpected<std::string>("SyntaxError: x");
+        return std::nullopt;
+    };
+    html.executeScript("bad");
+    html.executeScript("good");
+    view.deliver();
+    EXPECT_EQ(log.count("HtmlUtil::executeScript: script execution failed with error: "
+                        "SyntaxError: x\n"),
+              1U);
+    EXPECT_EQ(view.scripts.size(), 2U);
+}
+
+TEST_F(HtmlUtilsTest, radioSelectedAnswersOnceWithTheValueOrNothing) {
+    std::vector<std::optional<std::string>> answers;
+    const auto record = [&](std::optional<std::string> value) { answers.push_back(value); };
+    view.answer = [&](const std::string&) -> ScriptResult {
+        if (answers.empty())
+            return "14";
+        return tl::unexpected<std::string>("TypeError: null");
+    };
+    html.radioSelected("auth", record);
+    html.radioSelected("auth", record);
+    EXPECT_TRUE(answers.empty());
+    view.deliver();
+    EXPECT_EQ(answers, (std::vector<std::optional<std::string>>{"14", std::nullopt}));
+    EXPECT_EQ(view.scripts[0], "document.querySelector('input[name=\"auth\"]:checked').value;");
+    EXPECT_EQ(log.count("HtmlUtil::executeScript: script execution failed, ERROR - TypeError"), 1U);
+}
+
+TEST_F(HtmlUtilsTest, loadsAPageThatExistsAndLeavesTheViewOtherwise) {
+    TestSandbox::write(sandbox.root() / "sub" / "page.htm", "<p>");
+    html.loadFromResource("sub/page", "htm");
+    const std::string path = sandbox.root().string() + "/sub/page.htm";
+    EXPECT_EQ(view.files, std::vector<std::string>{path});
+    EXPECT_FALSE(view.navigationGestures);
+    EXPECT_TRUE(log.has("HtmlUtil::loadFromResource: resource path : " + path));
+
+    html.loadFromResource("none", "htm");
+    EXPECT_EQ(view.files.size(), 1U);
+    EXPECT_TRUE(log.has("HtmlUtil::loadFromResource: resource path : (null)\n"));
+    EXPECT_TRUE(
+        log.has("HtmlUtil::loadFromResource: resource file not found - resourceName : none "
+                ", type: htm\n"));
+}
+
+TEST_F(HtmlUtilsTest, readsResourcesOfTextOnly) {
+    TestSandbox::write(sandbox.root() / "a.txt", "höhe\n");
+    TestSandbox::write(sandbox.root() / "b.txt", "h\xf6he");
+    EXPECT_EQ(html.getStringFromResource("a", "txt"), "höhe\n");
+    EXPECT_EQ(html.getStringFromResource("b", "txt"), "");
+    EXPECT_EQ(html.getStringFromResource("c", "txt"), "");
+}
+
+}  // namespace
+}  // namespace quorl::test

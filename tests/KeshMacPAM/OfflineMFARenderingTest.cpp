@@ -1,0 +1,177 @@
+#include "EnrollmentHandler.h"
+#include "OfflineFlow.h"
+#include "OfflinePageScripts.h"
+
+#include <algorithm>
+
+namespace quorl::test {
+namespace {
+
+using Scripts = std::vector<std::string>;
+
+std::string golden(const std::string& name) {
+    return TestSandbox::read(QUORL_TEST_DATA "/offline-page/" + name);
+}
+
+// The table of static texts is one JSON object, whose members have no order.
+Value staticTexts(const std::string& script) {
+    const std::string before = "var i18nText = ";
+    const std::string after = ";loadResources();";
+    if (!script.starts_with(before) || !script.ends_with(after))
+        return {};
+    return Value::parse(script.substr(before.size(), script.size() - before.size() - after.size()));
+}
+
+TEST(OfflinePageScripts, timerIsTheAgreedScript) {
+    EXPECT_EQ(timerScript(2, "Time is up", "Start again"), golden("timer.js"));
+}
+
+TEST(OfflinePageScripts, rowsAreTheAgreedMarkup) {
+    EXPECT_EQ(chooseRow("App", 3, RowPlace::first) + "\n" +
+                  chooseRow("Token", 14, RowPlace::later) + "\n" +
+                  chooseRow("Phone", 16, RowPlace::later) + "\n",
+              golden("rows.html"));
+}
+
+TEST(OfflinePageScripts, limitNoticeCountsDownAndWarns) {
+    constexpr std::int64_t day = 86400;
+    constexpr std::int64_t now = 100 * day;
+    const struct {
+        OfflineLimit limit;
+        std::int64_t remaining;
+        bool low;
+    } cases[] = {
+        {{limitAttempts, 10, 5, 0}, 5, true},
+        {{limitAttempts, 10, 4, 0}, 6, false},
+        {{limitAttempts, 10, 12, 0}, -2, true},
+        {{limitDays, 7, 0, now - (4 * day + 23 * 3600)}, 3, true},
+        {{limitDays, 7, 0, now - (3 * day + 23 * 3600)}, 4, false},
+        {{limitDays, 7, 0, now - 60 * day}, -53, true},
+        {{limitDays, 7, 0, now + day - 1}, 7, false},
+        {{limitDays, INT64_MIN, 0, now - day}, INT64_MIN, true},
+        {{limitDays, 0, 0, INT64_MIN}, -(INT64_MAX / day), true},
+        {{limitAttempts, INT64_MAX, -1, 0}, INT64_MAX, false},
+        {{3, 10, 0, 0}, 0, false},
+    };
+    for (const auto& [limit, remaining, low] : cases) {
+        const LimitNotice notice = limitNotice(limit, std::chrono::seconds(now));
+        EXPECT_EQ(notice.remaining, remaining);
+        EXPECT_EQ(notice.low, low) << remaining;
+        EXPECT_EQ(notice.labelKey.empty(), limit.type == 3);
+    }
+}
+
+TEST_F(OfflineFlow, fillsTheVerifyViewInOrder) {
+    Value data = policy(Value::array(), {3}, 1);
+    data["OFFLINE_MFA_LIMIT_TYPE"] = limitAttempts;
+    data["OFFLINE_MFA_LIMIT_VALUE"] = 10;
+    begin(data, {{"AUTH_ENROLLMENT", enrollments()}, {"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS", 5}});
+    Scripts scripts = finishLoad();
+    ASSERT_FALSE(scripts.empty());
+    const Value texts = staticTexts(scripts.back());
+    scripts.pop_back();
+    const std::string timer = timerScript(2, text("IDS_MFA_OFFLINE_ERRORMSG_SESSIONEXP1"),
+                                          text("IDS_MFA_OFFLINE_ERRORMSG_SESSIONEXP2"));
+    const Scripts expected = {
+        "document.getElementById('USERNAME').innerHTML = 'anna';",
+        "document.getElementById('DOMAINNAME').innerHTML = '(CORP)';",
+        "document.getElementById('LIMIT_TYPE').innerHTML = '" +
+            text("IDS_MFA_OFFLINE_LIMIT_ATTEMPTS") + "';",
+        "document.getElementById('SHOW_LIMIT').removeAttribute('class');",
+        "document.getElementById('LIMIT_VALUE').innerHTML = '5';",
+        "document.getElementById('T2').innerHTML = 'Enter the code from App';",
+        "document.getElementById('AUTHTAB').removeAttribute('class');",
+        timer + "addClass(document.getElementById(\"LIMIT_VALUE\"), \"text-danger\");",
+        "document.getElementById('T3').innerHTML = '" + text("IDS_MFA_OFFLINE_HTML_T3") + "';",
+        "document.getElementById(\"PASSCODE\").focus(); "
+        "document.getElementById(\"PASSCODE\").setAttribute(\"maxlength\",8 );"};
+    EXPECT_EQ(scripts, expected);
+
+    const char* keys[] = {
+        "IDS_MFA_OFFLINE_HTML_T1",
+        "IDS_MFA_OFFLINE_HTML_T4",
+        "IDS_MFA_OFFLINE_HTML_T5",
+        "IDS_MFA_OFFLINE_HTML_T6",
+        "IDS_MFA_OFFLINE_HTML_BUTTON_CANCEL",
+        "IDS_MFA_OFFLINE_HTML_BUTTON_CONTINUE",
+        "IDS_MFA_OFFLINE_HTML_BUTTON_NEXT",
+        "IDS_MFA_OFFLINE_ERRORMSG_SESSIONEXP1",
+        "IDS_MFA_OFFLINE_ERRORMSG_SESSIONEXP2",
+        "IDS_MFA_OFFLINE_LIMIT_RESET_MSG",
+    };
+    EXPECT_EQ(texts.size(), std::size(keys));
+    for (const char* key : keys)
+        EXPECT_EQ(stringValue(texts, key), text(key)) << key;
+}
+
+TEST_F(OfflineFlow, fillsTheChooseViewInOrder) {
+    begin(policy(Value::array(), {3, 14, 16}, 1));
+    Scripts scripts = finishLoad();
+    Scripts expected = {"document.getElementById('USERNAME').innerHTML = 'anna';",
+                        "document.getElementById('DOMAINNAME').innerHTML = '(CORP)';"};
+    std::istringstream rows(golden("rows.html"));
+    for (std::string row; std::getline(rows, row);)
+        expected.push_back(
+            "document.getElementById('RADIOGROUP').insertAdjacentHTML('beforeEnd', '" + row +
+            "');");
+    expected.push_back(timerScript(2, text("IDS_MFA_OFFLINE_ERRORMSG_SESSIONEXP1"),
+                                   text("IDS_MFA_OFFLINE_ERRORMSG_SESSIONEXP2")));
+    expected.push_back("document.getElementById('CHOOSETAB').removeAttribute('class');");
+    expected.push_back("");
+    ASSERT_FALSE(scripts.empty());
+    scripts.pop_back();
+    EXPECT_EQ(scripts, expected);
+}
+
+TEST_F(OfflineFlow, withoutAViewOnlyNamesAndTextsAreWritten) {
+    controller = std::make_shared<OfflineMFAController>("anna", "CORP", html, clock);
+    const Scripts scripts = finishLoad();
+    ASSERT_EQ(scripts.size(), 4U);
+    EXPECT_EQ(scripts[2], "");
+}
+
+TEST_F(OfflineFlow, aTokenIsNamedByItsSerialNumberAndLimitsByDays) {
+    Value enrolled = enrollments();
+    enrolled["14"]["HARDWARE_TOKEN_SERIAL_NUMBER"] = "QK-1";
+    enrolled["3"]["HARDWARE_TOKEN_SERIAL_NUMBER"] = "";
+    Value data = policy(Value::array(), {14, 3}, 2);
+    data["OFFLINE_MFA_LIMIT_TYPE"] = limitDays;
+    data["OFFLINE_MFA_LIMIT_VALUE"] = 4;
+    begin(data, {{"AUTH_ENROLLMENT", enrolled}, {"LAST_ONLINE_MFA_TIME", 59 - 86400}});
+    Scripts scripts = finishLoad();
+    EXPECT_EQ(scripts[4], "document.getElementById('LIMIT_VALUE').innerHTML = '3';");
+    EXPECT_TRUE(scripts[7].ends_with(limitWarningScript()));
+    EXPECT_EQ(scripts[8], "document.getElementById('T3').innerHTML = '" +
+                              replaceAll(text("IDS_MFA_OFFLINE_HTML_HARDWARE_TOKEN_DESC"),
+                                         "%SERIAL_NUMBER%", "QK-1") +
+                              "';");
+    controller->onButtonOK(code14);
+    scripts = finishLoad();
+    EXPECT_EQ(scripts[8], "document.getElementById('T3').innerHTML = '" +
+                              text("IDS_MFA_OFFLINE_HTML_T3") + "';");
+}
+
+TEST_F(OfflineFlow, theCustomLogoIsShownWhenThereIsOne) {
+    store(policy(Value::array(), {3}, 1), {{"AUTH_ENROLLMENT", enrollments()}});
+    TestSandbox::write(sandbox.support() / "logo.png", "PNG");
+    const std::string folder = (sandbox.root() / "base").string() + "//QUORLLoginAgent/";
+    const struct {
+        Value name;
+        std::string source;
+    } cases[] = {{nullptr, ""}, {"none.png", ""}, {"logo.png", folder + "logo.png"}, {"", folder}};
+    for (const auto& [name, source] : cases) {
+        config["OFFLINE_WEB_LOGO_NAME"] = name;
+        start();
+        const Scripts scripts = finishLoad();
+        const auto shown = std::find_if(scripts.begin(), scripts.end(), [](const auto& script) {
+            return script.find("PRODUCTLOGO") != std::string::npos;
+        });
+        EXPECT_EQ(
+            shown == scripts.end() ? "" : *shown,
+            source.empty() ? "" : "document.getElementById('PRODUCTLOGO').src='" + source + "';");
+    }
+    EXPECT_EQ(log.count("MFAController::isLogoExists : No customized Logo file found\n\n"), 1U);
+}
+
+}  // namespace
+}  // namespace quorl::test
