@@ -1,0 +1,116 @@
+#include "CryptoUtils.h"
+#include "TestClock.h"
+#include "TestSandbox.h"
+#include "authenticators/TOTPAuthenticator.h"
+
+#include <gtest/gtest.h>
+
+namespace quorl::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+// printf GEZDGNBVGY3TQOJQGEZDGNBVGY3TQOJQ | openssl enc -aes-256-cbc -a -A -K $accessKey
+//     -iv 5c1e0a7f3b92d4e6a18c07f2b4d96e31
+const std::string accessKey = "000102030405060708090a0b0c0d0e0f101112131415161718191A1B1C1D1E1F";
+const std::string encryptedSecret =
+    "aXQKLBCJi8sDKkboi3kIxB455XAVsV50rgjT/MZ7Z2veqbWNB8VPJjlgP67Gv9oN";
+const std::string rightCode = "94287082";      // at 59 s
+const std::string emptyKeysCode = "30812658";  // of an empty secret, by Python's hmac
+
+Value record() {
+    return {{"AUTH_DISPLAY_NAME", "App"},
+            {"SECRET_KEY", encryptedSecret},
+            {"ALGORITHM_TYPE", "SHA1"},
+            {"EXPIRY_TIME", 30},
+            {"DIGITS", 8},
+            {"AUTH_VARIANCE", 0}};
+}
+
+bool accepts(const Value& data, const std::string& key, const Value& code) {
+    const TestClock clock(59s);
+    return TOTPAuthenticator(&data, key, clock).verifyTOTP({{"AUTH_CODE", code}});
+}
+
+TEST(TOTPAuthenticator, DecryptsTheSecretAndChecksTheCodeAtTheClocksTime) {
+    Value data = record();
+    TestClock clock(59s);
+    const TOTPAuthenticator app(&data, accessKey, clock);
+    EXPECT_EQ(app.getAuthName(), "App");
+    EXPECT_EQ(app.getDigits(), 8);
+    EXPECT_FALSE(app.hardwareTokenSerialNumber());
+    EXPECT_TRUE(app.verifyTOTP({{"AUTH_CODE", rightCode}}));
+    EXPECT_FALSE(app.verifyTOTP({{"AUTH_CODE", "94287083"}}));
+    clock.advance(1s);
+    EXPECT_FALSE(app.verifyTOTP({{"AUTH_CODE", rightCode}}));
+
+    data["HARDWARE_TOKEN_SERIAL_NUMBER"] = "4711";
+    data["AUTH_VARIANCE"] = 1;
+    TOTPAuthenticator token(&data, accessKey, clock);
+    const TOTPAuthenticator moved(std::move(token));
+    EXPECT_EQ(moved.hardwareTokenSerialNumber(), "4711");
+    EXPECT_TRUE(moved.verifyTOTP({{"AUTH_CODE", rightCode}}));
+}
+
+TEST(TOTPAuthenticator, RefusesAnAccessKeyThatIsNot64HexadecimalDigits) {
+    const std::string keys[] = {"",
+                                accessKey.substr(1),
+                                accessKey.substr(2),
+                                accessKey + "00",
+                                "g" + accessKey.substr(1),
+                                accessKey.substr(1) + " ",
+                                "0x" + accessKey.substr(2),
+                                std::string(64, '\0')};
+    for (const std::string& key : keys) {
+        const LogCapture log;
+        EXPECT_FALSE(accepts(record(), key, rightCode)) << key;
+        EXPECT_EQ(log.count("\n"), 1U) << log.text();
+        EXPECT_FALSE(key.size() > 8 && log.has(key.substr(2, 8)));
+    }
+}
+
+TEST(TOTPAuthenticator, AnotherKeysSecretCountsAsEmpty) {
+    const std::string secrets[] = {"", "AAAA", "no base64", encryptedSecret.substr(4),
+                                   // Encrypted under another key, which fails on the padding.
+                                   encryptText("GEZDGNBVGY3TQOJQ", aesKey, iv).value_or("")};
+    for (const std::string& secret : secrets) {
+        Value data = record();
+        data["SECRET_KEY"] = secret;
+        EXPECT_FALSE(accepts(data, accessKey, rightCode)) << secret;
+        EXPECT_TRUE(accepts(data, accessKey, emptyKeysCode)) << secret;
+    }
+}
+
+TEST(TOTPAuthenticator, TakesMembersOfTheWrongKindForAbsentOnes) {
+    const Value junk[] = {nullptr, true,        -7,  INT64_MAX,      UINT64_MAX,
+                          1e300,   0.25,        "x", Value::array(), Value::object(),
+                          {1, 2},  {{"a", "b"}}};
+    const Value whole = record();
+    for (const auto& [key, unused] : whole.items()) {
+        for (const Value& value : junk) {
+            Value data = record();
+            data[key] = value;
+            // No code in reach of the clock is right without the right member.
+            const bool harmless = key == "AUTH_DISPLAY_NAME" ||
+                                  (key == "AUTH_VARIANCE" && integerValue(data, key) >= 0 &&
+                                   integerValue(data, key) < 500);
+            EXPECT_EQ(accepts(data, accessKey, rightCode), harmless) << key << " " << value;
+        }
+    }
+    Value fractions = record();
+    fractions["EXPIRY_TIME"] = 30.9;
+    fractions["DIGITS"] = 8.5;
+    EXPECT_TRUE(accepts(fractions, accessKey, rightCode));
+
+    for (const Value& code : junk)
+        EXPECT_FALSE(accepts(record(), accessKey, code)) << code;
+    EXPECT_FALSE(accepts(record(), accessKey, 94287082));
+    EXPECT_FALSE(accepts("no record", accessKey, rightCode));
+    const Value data = record();
+    const TestClock clock(59s);
+    EXPECT_FALSE(TOTPAuthenticator(&data, accessKey, clock).verifyTOTP(Value(rightCode)));
+    EXPECT_FALSE(TOTPAuthenticator(nullptr, accessKey).verifyTOTP({{"AUTH_CODE", ""}}));
+}
+
+}  // namespace
+}  // namespace quorl::test
