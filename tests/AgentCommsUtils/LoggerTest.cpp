@@ -1,0 +1,162 @@
+#include "Logger.h"
+#include "TestSandbox.h"
+
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+namespace quorl {
+namespace {
+
+using test::LogCapture;
+using test::TestSandbox;
+using testing::MatchesRegex;
+namespace fs = std::filesystem;
+
+const std::string linePattern =
+    "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} [^ []+\\[[0-9]+:[0-9]+\\] ";
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::istringstream in(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+class LoggerTest : public testing::Test {
+  protected:
+    void makeLog(std::uintmax_t size) const {
+        TestSandbox::write(path_, "first line\n");
+        fs::resize_file(path_, size);
+    }
+    std::vector<fs::path> rotated() const {
+        const auto isRotated = testing::MatchesRegex(
+            "VantorixClient[0-9]{2}-[0-9]{2}-[0-9]{4} [0-9]{2}-[0-9]{2}-[0-9]{2}\\.log");
+        std::vector<fs::path> found;
+        for (const auto& entry : fs::directory_iterator(sandbox_.support()))
+            if (testing::Value(entry.path().filename().string(), isRotated))
+                found.push_back(entry.path());
+        return found;
+    }
+
+    const TestSandbox sandbox_;
+    const fs::path path_ = sandbox_.support() / "VantorixClient.log";
+    LogCapture original_;
+};
+
+TEST_F(LoggerTest, CreatesAPrivateFileAndWritesWholeLinesToIt) {
+    umask(0);
+    initLog(path_);
+    logLine("sendMFAResponse :: initiated....");
+    EXPECT_EQ(fs::status(path_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    const auto lines = linesOf(TestSandbox::read(path_));
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_THAT(lines[0], MatchesRegex(linePattern + "sendMFAResponse :: initiated[.]{4}"));
+    EXPECT_TRUE(original_.has("] initLog : Log File already present\n"));
+}
+
+TEST_F(LoggerTest, RotatesOnlyAboveTheLimit) {
+    makeLog(10'000'000);
+    initLog(path_);
+    EXPECT_TRUE(rotated().empty());
+    EXPECT_TRUE(
+        original_.has(fmt::format("initLog : Log File[{}] Size : 10000000\n", path_.string())));
+    EXPECT_EQ(destroyLog(), 0);
+
+    fs::resize_file(path_, 10'000'001);
+    fs::create_symlink(path_, sandbox_.root() / "link");
+    initLog(sandbox_.root() / "link");
+    EXPECT_TRUE(rotated().empty()) << "a link is not the log";
+    initLog(path_);
+    ASSERT_EQ(rotated().size(), 1U);
+    EXPECT_EQ(fs::file_size(rotated()[0]), 10'000'001U);
+    EXPECT_LT(fs::file_size(path_), 1000U);
+}
+
+TEST_F(LoggerTest, KeepsTheLargeFileWhenTheNameOfThisSecondIsTaken) {
+    // Both within one second, which a change of the second between them would spoil: then again.
+    std::size_t files = 0;
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        for (const fs::path& file : rotated())
+            fs::remove(file);
+        makeLog(10'000'001);
+        const time_t before = time(nullptr);
+        initLog(path_);
+        makeLog(10'000'002);
+        initLog(path_);
+        files = rotated().size();
+        if (time(nullptr) == before)
+            break;
+    }
+    ASSERT_EQ(files, 1U);
+    EXPECT_EQ(fs::file_size(rotated()[0]), 10'000'001U);
+    EXPECT_GE(fs::file_size(path_), 10'000'002U);
+}
+
+TEST_F(LoggerTest, OpensOnceButChecksTheSizeEachTime) {
+    initLog(path_);
+    std::FILE* stream = pamLogFileP;
+    ASSERT_NE(stream, nullptr);
+    fs::resize_file(path_, 10'000'001);
+    initLog(path_);
+    EXPECT_EQ(pamLogFileP, stream);
+    EXPECT_EQ(rotated().size(), 1U);
+    EXPECT_FALSE(fs::exists(path_)) << "the stream goes on in the rotated file";
+}
+
+TEST_F(LoggerTest, LosesLinesWhileClosedAndNeverGivesItsDescriptorAway) {
+    initLog(path_);
+    EXPECT_EQ(destroyLog(), 0);
+    EXPECT_EQ(pamLogFileP, nullptr);
+    const int next = socket(AF_UNIX, SOCK_STREAM, 0);
+    EXPECT_NE(next, STDERR_FILENO);
+    close(next);
+    logLine("lost");
+    initLog(path_);
+    logLine("kept");
+    const std::string log = TestSandbox::read(path_);
+    EXPECT_EQ(log.find("lost"), std::string::npos);
+    EXPECT_NE(log.find("kept"), std::string::npos);
+}
+
+TEST_F(LoggerTest, SaysOnceWhyItCannotOpenAndThenGoesNowhere) {
+    const fs::path outside = sandbox_.root() / "outside";
+    const fs::path fifo = sandbox_.root() / "fifo";
+    const fs::path link = sandbox_.root() / "link";
+    TestSandbox::write(outside, "untouched");
+    fs::create_symlink(outside, link);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const fs::path& bad : {sandbox_.root() / "missing" / "log", sandbox_.root(), link, fifo}) {
+        const LogCapture original;
+        EXPECT_EQ(openApplicationLog(bad), nullptr) << bad;
+        EXPECT_EQ(original.count("[" + bad.string() + "] could not be opened: "), 1U) << bad;
+        const std::string before = original.text();
+        logLine("nowhere");
+        initLog(bad);
+        EXPECT_EQ(pamLogFileP, nullptr);
+        EXPECT_EQ(original.text(), before);
+    }
+    EXPECT_EQ(TestSandbox::read(outside), "untouched");
+}
+
+TEST_F(LoggerTest, ThreadsNeverTearEachOthersLines) {
+    std::FILE* stream = openApplicationLog(path_);
+    ASSERT_NE(stream, nullptr);
+    constexpr int perThread = 1000;
+    const auto write = [](char letter) {
+        for (int i = 0; i < perThread; ++i)
+            logLine("{}", std::string(static_cast<std::size_t>(i), letter));
+    };
+    std::thread other(write, 'a');
+    write('b');
+    other.join();
+    closeApplicationLog(stream);
+    const auto lines = linesOf(TestSandbox::read(path_));
+    EXPECT_EQ(lines.size(), 2U * perThread);
+    for (const std::string& line : lines)
+        ASSERT_THAT(line, MatchesRegex(linePattern + "(a*|b*)"));
+}
+
+}  // namespace
+}  // namespace quorl
