@@ -1,0 +1,280 @@
+#include "StoreFixture.h"
+
+#include <fmt/format.h>
+#include <sys/resource.h>
+
+#include <functional>
+
+namespace quorl {
+namespace {
+
+using test::LogCapture;
+using test::outputOf;
+using test::StoreTest;
+using test::Subprocess;
+using test::TestSandbox;
+namespace fs = std::filesystem;
+
+const Value userData = {{"AUTH_ENROLLMENT", {{"7", {{"SECRET_KEY", "gehe\"im\n日本"}}}}},
+                        {"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS", 3}};
+const std::string user = "jane@EXAMPLE";
+const std::string script = QUORL_SOURCE_DIR "/tests/KeshMacPAM/offline_store.py";
+
+TEST_F(StoreTest, IsReadByAnIndependentProgram) {
+    umask(0);
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "USER_DATA", userData);
+    OfflineDataHandler::setOfflineData(user, "POLICY_DATA", {{"ENABLED_AUTHS", {7, 8}}});
+    const Value read =
+        Value::parse(outputOf({"python3", script, "read", sandbox_.support(), "an access key"}));
+    EXPECT_EQ(
+        read,
+        Value({{user, {{"USER_DATA", userData}, {"POLICY_DATA", {{"ENABLED_AUTHS", {7, 8}}}}}}}));
+    for (const char* file : {"offline-data.json", "dekey.key", "offline-data.lock"})
+        EXPECT_EQ(modeOf(sandbox_.support() / file), 0600U) << file;
+}
+
+TEST_F(StoreTest, ReadsAndChangesAThousandUsersOfAnIndependentWriter) {
+    Value users;
+    for (int i = 0; i < 1000; ++i)
+        users[fmt::format("user{}@EXAMPLE", i)] = {{"USER_DATA", userData}};
+    TestSandbox::write(sandbox_.root() / "json", users.dump());
+    Subprocess writer({.command = {"python3", script, "write", sandbox_.support(), "an access key"},
+                       .input = sandbox_.root() / "json"});
+    ASSERT_EQ(writer.wait(), 0);
+    fs::permissions(dataFile_, static_cast<fs::perms>(0644));
+    EXPECT_EQ(OfflineDataHandler::getEnrolledUserList().size(), 1000U);
+    OfflineDataHandler::setOfflineData("user500@EXAMPLE", "K", "v");
+    users["user500@EXAMPLE"]["K"] = "v";
+    EXPECT_EQ(OfflineDataJSONManipulator(dataFile_).jsonDictionary(), users);
+    EXPECT_EQ(modeOf(dataFile_), 0600U);
+}
+
+TEST_F(StoreTest, LooksUpAndDeletesUsersAndStartsMissingRecords) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"K", 1}}));
+    EXPECT_FALSE(log_.has("getOfflineData::Error"));
+    EXPECT_FALSE(OfflineDataHandler::getOfflineData("JANE@EXAMPLE"));
+    EXPECT_TRUE(log_.has("getOfflineData::Error reading from file\n"));
+    EXPECT_TRUE(log_.has("JSONManipulator :: initWithFilePath :: File path: " +
+                         getUserOfflineDataFilePath() + "\n"));
+    OfflineDataHandler::deleteUserOfflineData("nobody");
+    EXPECT_EQ(log_.count("saveToFile::Modified offline JSON data written to file successfully.\n"),
+              2U);
+    OfflineDataHandler::deleteUserOfflineData(user);
+    EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
+}
+
+TEST_F(StoreTest, ChangesARecordByWhatItHolds) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "N", 1);
+    const auto raise = [](const Value& record) {
+        return std::optional(Value{{"N", record.at("N").get<int>() + 1}});
+    };
+    EXPECT_TRUE(OfflineDataHandler::updateUserRecord(user, raise));
+    const auto leave = [](const Value&) { return std::optional<Value>(); };
+    EXPECT_FALSE(OfflineDataHandler::updateUserRecord(user, leave));
+    EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"N", 2}}));
+    EXPECT_FALSE(OfflineDataHandler::updateUserRecord("nobody", raise));
+    EXPECT_EQ(OfflineDataHandler::getEnrolledUserList(), std::vector<std::string>{user});
+}
+
+TEST_F(StoreTest, RemovesUsersWhomTheServerNoLongerLists) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    const std::vector<std::string> all = {"a", "b", "c"};
+    for (const std::string& name : all)
+        OfflineDataHandler::setOfflineData(name, "K", 1);
+    const LogCapture log;
+    OfflineDataHandler::removeDeletedUsers(all, {"A", "b", "z"});
+    EXPECT_EQ(OfflineDataHandler::getEnrolledUserList(), std::vector<std::string>{"b"});
+    EXPECT_EQ(log.count("written to file successfully."), 3U) << "once per stored user";
+    EXPECT_TRUE(log.has("removeDeletedUsers :: removing user a data\n"));
+    EXPECT_FALSE(log.has("removing user b data"));
+    OfflineDataHandler::removeDeletedUsers({"b"}, {});
+    EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
+}
+
+TEST_F(StoreTest, CannotBeReadOrWrittenWithoutItsKey) {
+    TestSandbox::write(dataFile_, "");
+    EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
+    EXPECT_FALSE(log_.has("dekey")) << "an empty file needs no key";
+
+    TestSandbox::write(dataFile_, "sixteen bytes...");
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    EXPECT_EQ(TestSandbox::read(dataFile_), "sixteen bytes...");
+    for (const char* line :
+         {"getDataEncryptionKey :: Error reading JSON file - dekey: ",
+          "decryptUsingDEK :: Error while getting dekey\n",
+          "JSONManipulator :: initWithFilePath :: Error occcured while decrypting offline Data\n",
+          "encryptUsingDEK :: Error while getting dekey\n",
+          "saveToFile::Error while encrypting the offline data\n"})
+        EXPECT_EQ(log_.count(line), line[0] == 'g' ? 2U : 1U) << line;
+
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    EXPECT_TRUE(OfflineDataHandler::getOfflineData(user)) << "what cannot be read is replaced";
+    setAccessKey("another access key");
+    EXPECT_FALSE(OfflineDataHandler::getOfflineData(user));
+    EXPECT_TRUE(log_.has("getDataEncryptionKey :: Error parsing JSON data - dekeyJson: "));
+}
+
+TEST_F(StoreTest, MakesAKeyOnlyWhereThereIsNone) {
+    EXPECT_TRUE(OfflineDataHandler::ensureDataEncryptionKey());
+    const std::string made = TestSandbox::read(keyFile_);
+    EXPECT_EQ(made.size(), 80U);
+    EXPECT_TRUE(OfflineDataHandler::ensureDataEncryptionKey());
+    EXPECT_EQ(TestSandbox::read(keyFile_), made);
+    TestSandbox::write(keyFile_, "");
+    EXPECT_TRUE(OfflineDataHandler::ensureDataEncryptionKey());
+    EXPECT_TRUE(OfflineDataHandler::getDataEncryptionKey());
+    EXPECT_EQ(log_.count("setDataEncryptionKey :: Going to set DataEncryptionKey...\n"), 2U);
+
+    fs::remove(keyFile_);
+    fs::create_directory(keyFile_);
+    EXPECT_FALSE(OfflineDataHandler::setDataEncryptionKey());
+    EXPECT_TRUE(log_.has("setDataEncryptionKey::Error setting file permissions: "));
+}
+
+std::string nested(int levels, const std::string& open, const std::string& close) {
+    std::string text;
+    for (int i = 0; i < levels; ++i)
+        text += open;
+    text += "1";
+    for (int i = 0; i < levels; ++i)
+        text += close;
+    return text;
+}
+
+TEST_F(StoreTest, TakesHostileContentAsEmptyOrAbsent) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    const std::string notLoaded = "initWithFilePath :: Error loading JSON data: ";
+    const std::string noRecord = "getOfflineData::Error reading from file";
+    const std::string tooDeep = "nested deeper than 64 levels are left out";
+    const auto record = [](const std::string& policy) {
+        return R"({"jane@EXAMPLE": {"USER_DATA": {"N": 1}, "POLICY_DATA": )" + policy + "}}";
+    };
+    struct Case {
+        std::string text;
+        std::string message;
+    };
+    for (const Case& c : std::vector<Case>{{"no JSON at all, \"secret\"", notLoaded},
+                                           {record("7").substr(0, 40), notLoaded},
+                                           {"[{\"jane@EXAMPLE\": {}}]", notLoaded},
+                                           {"null", notLoaded},
+                                           {R"({"jane@EXAMPLE": null})", noRecord},
+                                           {R"({"jane@EXAMPLE": [1]})", noRecord},
+                                           {R"({"jane@EXAMPLE": 5})", noRecord},
+                                           {"{\"jane@EXAMPLE\": \"\xff\"}", notLoaded},
+                                           {record(nested(1000, "[", "]")), tooDeep},
+                                           {record(nested(100'000, "{\"a\":", "}")), tooDeep},
+                                           {std::string(200'000, '['), notLoaded},
+                                           {record(R"("[[[[ in a text \" [[[[")"), ""}}) {
+        const LogCapture log;
+        writeEncrypted(c.text);
+        const auto read = OfflineDataHandler::getOfflineData(user);
+        EXPECT_TRUE(c.message.empty() || log.has(c.message)) << c.text.substr(0, 60);
+        EXPECT_FALSE(log.has("secret"));
+        const bool expectsRecord = c.message == tooDeep || c.message.empty();
+        ASSERT_EQ(read.has_value(), expectsRecord) << c.text.substr(0, 60);
+        if (read) {
+            EXPECT_EQ(read->at("USER_DATA"), Value({{"N", 1}}));
+        }
+        OfflineDataHandler::setOfflineData(user, "K", "v");
+        EXPECT_EQ(OfflineDataHandler::getOfflineData(user)->at("K"), "v");
+    }
+    for (const std::string& noise : {std::string(4096, '\x5a'), std::string(17, 'x')}) {
+        TestSandbox::write(dataFile_, noise);
+        EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
+    }
+}
+
+TEST_F(StoreTest, RefusesWhatItCouldNotReadBack) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    const std::string before = TestSandbox::read(dataFile_);
+    OfflineDataHandler::setOfflineData(user, "K", Value::parse(nested(63, "[", "]")));
+    OfflineDataHandler::setOfflineData(user, "K", "\xff");
+    EXPECT_TRUE(log_.has("nested too deeply"));
+    EXPECT_TRUE(log_.has("saveToFile::Error creating modified offline JSON data: "));
+    EXPECT_EQ(TestSandbox::read(dataFile_), before);
+    OfflineDataHandler::setOfflineData(user, "K", Value::parse(nested(62, "[", "]")));
+    EXPECT_EQ(OfflineDataHandler::getOfflineData(user)->at("K"),
+              Value::parse(nested(62, "[", "]")));
+}
+
+TEST_F(StoreTest, TouchesNothingOutsideWhenSomethingElseHasItsPlace) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    const fs::path outside = sandbox_.root() / "outside";
+    TestSandbox::write(outside, "outside");
+    fs::permissions(outside, static_cast<fs::perms>(0644));
+    const fs::path dangling = sandbox_.root() / "never-made";
+    const std::vector<std::pair<std::string, std::function<void(const fs::path&)>>> obstacles = {
+        {"saveToFile::Error setting file permissions: ",
+         [&](const fs::path& path) { fs::create_symlink(outside, path); }},
+        {"saveToFile::Error creating file at path: ",
+         [&](const fs::path& path) { fs::create_symlink(dangling, path); }},
+        {"saveToFile::Error setting file permissions: ",
+         [&](const fs::path& path) { fs::create_directory(path); }},
+        {"saveToFile::Error setting file permissions: ",
+         [&](const fs::path& path) { mkfifo(path.c_str(), 0640); }}};
+    for (const auto& [message, place] : obstacles) {
+        const LogCapture log;
+        place(dataFile_);
+        const mode_t mode = modeOf(dataFile_);
+        OfflineDataHandler::setOfflineData(user, "K", 1);
+        EXPECT_EQ(log.count(message), 1U);
+        EXPECT_EQ(modeOf(dataFile_), mode);
+        fs::remove(dataFile_);
+    }
+    EXPECT_EQ(TestSandbox::read(outside), "outside");
+    EXPECT_EQ(modeOf(outside), 0644U);
+    EXPECT_FALSE(fs::exists(dangling));
+
+    fs::remove(sandbox_.support() / "offline-data.lock");
+    fs::create_symlink(outside, sandbox_.support() / "offline-data.lock");
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    EXPECT_TRUE(log_.has("no lock on "));
+    EXPECT_TRUE(OfflineDataHandler::getOfflineData(user)) << "the change went on without it";
+}
+
+TEST_F(StoreTest, KeepsTheOldDataWhenTheDiskIsFull) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit small{.rlim_cur = 64U << 10, .rlim_max = limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    OfflineDataHandler::setOfflineData(user, "K", std::string(100U << 10, 'v'));
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_TRUE(log_.has("saveToFile::Error writing modified offline JSON data to file.\n"));
+    EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"K", 1}}));
+    EXPECT_EQ(std::distance(fs::directory_iterator(sandbox_.support()), fs::directory_iterator()),
+              3)
+        << "data, key and lock, no temporary file";
+}
+
+TEST_F(StoreTest, KeepsTheOldDataInAFolderThatCannotBeWritten) {
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    // Permissions do not bind the superuser, who therefore becomes somebody else for the change.
+    constexpr uid_t nobody = 65534;
+    const uid_t self = geteuid();
+    if (self == 0) {
+        for (const auto& entry : fs::recursive_directory_iterator(sandbox_.root()))
+            ASSERT_EQ(chown(entry.path().c_str(), nobody, static_cast<gid_t>(-1)), 0);
+        ASSERT_EQ(chown(sandbox_.root().c_str(), nobody, static_cast<gid_t>(-1)), 0);
+        ASSERT_EQ(seteuid(nobody), 0);
+    }
+    fs::permissions(sandbox_.support(), static_cast<fs::perms>(0500));
+    OfflineDataHandler::setOfflineData(user, "K", 2);
+    const auto read = OfflineDataHandler::getOfflineData(user);
+    fs::permissions(sandbox_.support(), static_cast<fs::perms>(0700));
+    ASSERT_EQ(seteuid(self), 0);
+    EXPECT_EQ(read, Value({{"K", 1}}));
+    EXPECT_TRUE(log_.has("saveToFile::Error writing modified offline JSON data to file.\n"));
+}
+
+}  // namespace
+}  // namespace quorl
