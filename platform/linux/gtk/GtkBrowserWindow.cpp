@@ -1,0 +1,206 @@
+#include "GtkBrowserWindow.h"
+
+#include "ScreenGeometry.h"
+
+#include <algorithm>
+
+namespace quorl {
+namespace {
+
+constexpr int stripHeight = 27;
+constexpr int smallestWidth = 320;
+constexpr int smallestHeight = 240;
+
+}  // namespace
+
+GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
+    : window_(GTK_WINDOW(gtk_builder_get_object(builder, "customBrowserWindow"))),
+      content_(GTK_OVERLAY(gtk_builder_get_object(builder, "browserContent"))),
+      strip_(GTK_WIDGET(gtk_builder_get_object(builder, "titleStrip"))),
+      title_(GTK_LABEL(gtk_builder_get_object(builder, "titleLabel"))),
+      progressBar_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBar"))) {
+    gtk_window_get_default_size(window_, &place_.width, &place_.height);
+    GdkGeometry limits{};
+    limits.min_width = smallestWidth;
+    limits.min_height = smallestHeight;
+    gtk_window_set_geometry_hints(window_, nullptr, &limits, GDK_HINT_MIN_SIZE);
+    gtk_widget_hide(progressBar_);
+
+    signals_.connect<&GtkBrowserWindow::placeChild>(content_, "get-child-position", this);
+    signals_.connect<&GtkBrowserWindow::configured>(window_, "configure-event", this);
+    signals_.connect<&GtkBrowserWindow::mapped>(window_, "map-event", this);
+    signals_.connect<&GtkBrowserWindow::deleteRequested>(window_, "delete-event", this);
+    signals_.connect<&GtkBrowserWindow::stripPressed>(strip_, "button-press-event", this);
+    signals_.connect<&GtkBrowserWindow::close>(gtk_builder_get_object(builder, "closeButton"),
+                                               "clicked", this);
+    signals_.connect<&GtkBrowserWindow::zoom>(gtk_builder_get_object(builder, "zoomButton"),
+                                              "clicked", this);
+    signals_.connect<&GtkBrowserWindow::monitorsChanged>(gtk_widget_get_screen(GTK_WIDGET(window_)),
+                                                         "monitors-changed", this);
+}
+
+GtkBrowserWindow::~GtkBrowserWindow() {
+    signals_.disconnectAll();
+    gtk_widget_destroy(GTK_WIDGET(window_));
+}
+
+void GtkBrowserWindow::setWebWidget(GtkWidget* widget) {
+    webWidget_ = widget;
+    if (!widget)
+        return;
+    gtk_overlay_add_overlay(content_, widget);
+    gtk_widget_show(widget);
+    gtk_widget_grab_focus(widget);
+}
+
+void GtkBrowserWindow::setTitle(const std::string& title) {
+    gtk_window_set_title(window_, title.c_str());
+    gtk_label_set_text(title_, title.c_str());
+}
+
+bool GtkBrowserWindow::isVisible() const {
+    return gtk_widget_get_visible(GTK_WIDGET(window_));
+}
+
+Rect GtkBrowserWindow::frame() const {
+    const GdkRectangle monitor = loginMonitor();
+    const GdkRectangle place{place_.x - monitor.x, place_.y - monitor.y, place_.width,
+                             place_.height};
+    return fromBottomLeft(place, monitor.height);
+}
+
+void GtkBrowserWindow::prepareForLoginWindow() {
+    gtk_window_set_keep_above(window_, TRUE);
+    gtk_window_stick(window_);
+    gtk_window_set_skip_taskbar_hint(window_, TRUE);
+    gtk_window_set_skip_pager_hint(window_, TRUE);
+}
+
+void GtkBrowserWindow::setFrame(const Rect& frame) {
+    const GdkRectangle monitor = loginMonitor();
+    GdkRectangle target = fromTopLeft(frame, monitor.height);
+    target.x += monitor.x;
+    target.y += monitor.y;
+    placeBeforeZoom_ = {};
+    place(target);
+}
+
+void GtkBrowserWindow::center() {
+    const GdkRectangle monitor = loginMonitor();
+    place({monitor.x + (monitor.width - place_.width) / 2,
+           monitor.y + (monitor.height - place_.height) / 2, place_.width, place_.height});
+}
+
+void GtkBrowserWindow::place(const GdkRectangle& target) {
+    gtk_window_move(window_, target.x, target.y);
+    gtk_window_resize(window_, target.width, target.height);
+    settled(target);
+}
+
+void GtkBrowserWindow::settled(const GdkRectangle& now) {
+    const bool resized = now.width != place_.width || now.height != place_.height;
+    place_ = now;
+    if (resized && delegate_)
+        delegate_->windowDidResize();
+}
+
+void GtkBrowserWindow::orderFrontRegardless() {
+    gtk_widget_show(GTK_WIDGET(window_));
+    gdk_window_raise(gtk_widget_get_window(GTK_WIDGET(window_)));
+}
+
+void GtkBrowserWindow::makeKeyWindow() {
+    // A window manager maps the window later; it is asked again then.
+    wantsFocus_ = true;
+    if (webWidget_)
+        gtk_widget_grab_focus(webWidget_);
+    focus_.take(window_);
+}
+
+void GtkBrowserWindow::orderOut() {
+    wantsFocus_ = false;
+    focus_.giveBack();
+    gtk_widget_hide(GTK_WIDGET(window_));
+}
+
+void GtkBrowserWindow::close() {
+    if (delegate_)
+        delegate_->windowWillClose();
+    orderOut();
+}
+
+void GtkBrowserWindow::layOut(const Rect& progressBar, const Rect& webView) {
+    progressRect_ = progressBar;
+    webRect_ = webView;
+    gtk_widget_queue_resize(GTK_WIDGET(content_));
+}
+
+void GtkBrowserWindow::setProgress(double value) {
+    progress_ = value;
+    gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(progressBar_),
+                                  std::clamp(value / 100, 0.0, 1.0));
+}
+
+void GtkBrowserWindow::setProgressHidden(bool hidden) {
+    gtk_widget_set_visible(progressBar_, !hidden);
+}
+
+void GtkBrowserWindow::zoom() {
+    if (placeBeforeZoom_.width == 0) {
+        placeBeforeZoom_ = place_;
+        place(loginWorkArea());
+    } else {
+        place(placeBeforeZoom_);
+        placeBeforeZoom_ = {};
+    }
+}
+
+gboolean GtkBrowserWindow::configured(GdkEvent* event) {
+    // Before GTK allocates the children for the new size, so that they never stand in old places.
+    const GdkEventConfigure& now = event->configure;
+    settled({now.x, now.y, now.width, now.height});
+    return GDK_EVENT_PROPAGATE;
+}
+
+gboolean GtkBrowserWindow::mapped(GdkEvent*) {
+    if (std::exchange(wantsFocus_, false))
+        focus_.take(window_);
+    return GDK_EVENT_PROPAGATE;
+}
+
+gboolean GtkBrowserWindow::deleteRequested(GdkEvent*) {
+    close();
+    return GDK_EVENT_STOP;
+}
+
+gboolean GtkBrowserWindow::stripPressed(GdkEvent* event) {
+    const GdkEventButton& button = event->button;
+    if (button.button != GDK_BUTTON_PRIMARY)
+        return GDK_EVENT_PROPAGATE;
+    if (button.type == GDK_2BUTTON_PRESS)
+        zoom();
+    else if (button.type == GDK_BUTTON_PRESS)
+        gtk_window_begin_move_drag(window_, static_cast<gint>(button.button),
+                                   static_cast<gint>(button.x_root),
+                                   static_cast<gint>(button.y_root), button.time);
+    return GDK_EVENT_STOP;
+}
+
+gboolean GtkBrowserWindow::placeChild(GtkWidget* child, GdkRectangle* allocation) {
+    if (child == strip_)
+        *allocation = {0, 0, place_.width, stripHeight};
+    else if (child == progressBar_)
+        *allocation = fromTopLeft(progressRect_, place_.height);
+    else if (child == webWidget_)
+        *allocation = fromTopLeft(webRect_, place_.height);
+    else
+        return FALSE;
+    return TRUE;
+}
+
+void GtkBrowserWindow::monitorsChanged() {
+    if (isVisible())
+        center();
+}
+
+}  // namespace quorl

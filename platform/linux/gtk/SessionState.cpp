@@ -1,0 +1,51 @@
+#include "SessionState.h"
+
+namespace quorl {
+namespace {
+
+constexpr guint16 formatVersion = 2;
+constexpr guint elementIsData = 0;
+constexpr guint ordinaryPage = 0;
+
+// Above whatever the engine counts itself in one run.
+gint64 nextSequence() {
+    static gint64 sequence = gint64{1} << 40;
+    return ++sequence;
+}
+
+GVariant* bodyElement(const std::string& body) {
+    GVariant* bytes = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, body.data(), body.size(), 1);
+    return g_variant_new("(u@aysxmxmds)", elementIsData, bytes, "", gint64{0}, nullptr, nullptr,
+                         "");
+}
+
+GVariant* formBody(const FormPage& page) {
+    GVariant* elements[] = {bodyElement(page.body)};
+    GVariant* list = g_variant_new_array(nullptr, elements, 1);
+    GVariant* body = g_variant_new("(s@a(uaysxmxmds))", page.contentType.c_str(), list);
+    return g_variant_new_maybe(nullptr, body);
+}
+
+GVariant* frame(const FormPage& page) {
+    GVariant* noStrings = g_variant_new_strv(nullptr, 0);
+    GVariant* noObject = g_variant_new_maybe(G_VARIANT_TYPE("ay"), nullptr);
+    GVariant* noChildren = g_variant_new_array(G_VARIANT_TYPE_VARIANT, nullptr, 0);
+    const gint64 document = nextSequence();
+    const gint64 item = nextSequence();
+    return g_variant_new("(ssss@as@mayxx(ii)d@m(sa(uaysxmxmds))@av)", page.url.c_str(),
+                         page.url.c_str(), page.referrer.c_str(), "", noStrings, noObject, document,
+                         item, 0, 0, 1.0, formBody(page), noChildren);
+}
+
+}  // namespace
+
+GVariant* sessionStateOf(const FormPage& page) {
+    GVariant* items[] = {
+        g_variant_new("(s@(ssssasmayxx(ii)dm(sa(uaysxmxmds))av)u)", "", frame(page), ordinaryPage)};
+    GVariant* list = g_variant_new_array(nullptr, items, 1);
+    GVariant* current = g_variant_new_maybe(nullptr, g_variant_new_uint32(0));
+    return g_variant_ref_sink(g_variant_new("(q@a(s(ssssasmayxx(ii)dm(sa(uaysxmxmds))av)u)@mu)",
+                                            formatVersion, list, current));
+}
+
+}  // namespace quorl

@@ -1,0 +1,96 @@
+#pragma once
+
+#include "CookieJar.h"
+#include "GlibSupport.h"
+#include "GtkBrowserWindow.h"
+#include "LoadTracker.h"
+#include "Lockdown.h"
+#include "WebKitEngine.h"
+#include "WebView.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorl {
+
+/// The web view on WebKitGTK. The engine and its processes start at the first load of a page, so
+/// that an idle agent is one process.
+class WebKitView final : public WebView {
+  public:
+    struct Surroundings {
+        GtkBrowserWindow* window = nullptr;  ///< shows the view; outlives it
+        std::string supportDirectory;        ///< where lasting cookies are kept
+    };
+
+    WebKitView(WebViewConfiguration configuration, Surroundings surroundings);
+    ~WebKitView() override;
+    WebKitView(const WebKitView&) = delete;
+    WebKitView& operator=(const WebKitView&) = delete;
+
+    void loadRequest(const PageRequest& request) override;
+    void loadFile(const std::string& path) override;
+    void stopLoading() override;
+    void evaluateJavaScript(const std::string& script, ScriptCompletion completion) override;
+    void addUserScript(const std::string& source) override;
+    void getAllCookies(CookiesCompletion completion) override;
+    void deleteCookie(const Cookie& cookie, std::function<void()> completion) override;
+    void setAllowsBackForwardNavigationGestures(bool allowed) override;
+    void setNeedsDisplay() override;
+
+  private:
+    // Loading (WebKitView_Loading.cpp)
+    void load(PageRequest request);
+    void begin();
+    void loadForm();
+    void restoreForm();
+    void submitForm(const std::string& contentType);
+    std::string sealedHeaders(bool withContentType) const;
+    void afterCookies(std::function<void()> step);
+    void failLater(LoadError error);
+
+    // What the engine tells (WebKitView_Events.cpp)
+    gboolean decidePolicy(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type);
+    void decideNavigation(WebKitPolicyDecision* decision);
+    void decideResponse(WebKitPolicyDecision* decision);
+    void loadChanged(WebKitLoadEvent event);
+    gboolean loadFailed(WebKitLoadEvent event, const char* url, GError* error);
+    gboolean certificateRefused(const char* url, GTlsCertificate* certificate,
+                                GTlsCertificateFlags faults);
+    void progressChanged(GParamSpec*);
+    void processTerminated(WebKitWebProcessTerminationReason reason);
+    void messageReceived(WebKitJavascriptResult* result);
+    void deliver(LoadTracker::Report report, const LoadError& error);
+    void explainCancellation();
+    void startTimer();
+    void timeIsUp();
+
+    bool startEngine();
+    void installUserScript(const std::string& source);
+    void runSoon(std::function<void()> action);
+    WebViewDelegate& delegate() const { return *configuration_.delegate; }
+    std::string currentURL() const;
+
+    WebViewConfiguration configuration_;
+    Surroundings surroundings_;
+    std::vector<std::string> userScripts_;
+    std::optional<WebKitEngine> engine_;
+    std::optional<Lockdown> lockdown_;
+    std::optional<CookieJar> cookies_;
+    bool cookiesRestored_ = false;
+
+    PageRequest request_;      ///< the load that was asked for last
+    unsigned generation_ = 0;  ///< counts those, so that late steps of an older one end
+    LoadTracker tracker_;
+    std::string committedURL_;
+    bool timedOut_ = false;
+    bool diedSinceCommit_ = false;
+    OneShotTimer timer_;
+    OneShotTimer unexplained_;
+
+    std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
+    SignalConnections signals_;
+};
+
+}  // namespace quorl

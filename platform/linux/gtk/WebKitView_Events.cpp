@@ -1,0 +1,231 @@
+#include "LoadErrors.h"
+#include "Log.h"
+#include "WebKitView.h"
+
+namespace quorl {
+namespace {
+
+// A load that replaces another follows within milliseconds.
+constexpr std::chrono::milliseconds explanationDelay{250};
+
+const char* text(const char* value) {
+    return value ? value : "";
+}
+
+bool isSelfSigned(GTlsCertificate* certificate) {
+    const GCharHandle subject(g_tls_certificate_get_subject_name(certificate));
+    const GCharHandle issuer(g_tls_certificate_get_issuer_name(certificate));
+    return subject && issuer && g_strcmp0(subject.get(), issuer.get()) == 0;
+}
+
+LoadTracker::Failure failureKind(const GError& error) {
+    if (isCancellation(error))
+        return LoadTracker::Failure::cancellation;
+    if (g_error_matches(&error, WEBKIT_POLICY_ERROR,
+                        WEBKIT_POLICY_ERROR_FRAME_LOAD_INTERRUPTED_BY_POLICY_CHANGE))
+        return LoadTracker::Failure::refusal;
+    return LoadTracker::Failure::other;
+}
+
+}  // namespace
+
+gboolean WebKitView::decidePolicy(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type) {
+    switch (type) {
+        case WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION:
+            decideNavigation(decision);
+            break;
+        case WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION:
+            logLine("WebKitView : a page asked for a window of its own, which it does not get");
+            webkit_policy_decision_ignore(decision);
+            break;
+        case WEBKIT_POLICY_DECISION_TYPE_RESPONSE:
+            decideResponse(decision);
+            break;
+    }
+    return TRUE;
+}
+
+void WebKitView::decideNavigation(WebKitPolicyDecision* decision) {
+    WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
+        WEBKIT_NAVIGATION_POLICY_DECISION(decision));
+    const std::string url =
+        text(webkit_uri_request_get_uri(webkit_navigation_action_get_request(action)));
+    const bool resubmits = webkit_navigation_action_get_navigation_type(action) ==
+                           WEBKIT_NAVIGATION_TYPE_FORM_RESUBMITTED;
+    // The delegate may load something else from inside, and the engine takes that in good part.
+    bool allowed = false;
+    switch (tracker_.navigationAction(url, resubmits)) {
+        case LoadTracker::Policy::ask:
+            explainCancellation();
+            allowed = delegate().decidePolicyForNavigationAction(url) == NavigationDecision::allow;
+            if (!allowed)
+                tracker_.refused(webkit_navigation_action_is_redirect(action));
+            break;
+        case LoadTracker::Policy::allow:
+            unexplained_.stop();
+            allowed = true;
+            break;
+        case LoadTracker::Policy::ignore:
+            break;
+    }
+    if (allowed)
+        webkit_policy_decision_use(decision);
+    else
+        webkit_policy_decision_ignore(decision);
+    if (!tracker_.awaitsCommit())
+        timer_.stop();
+}
+
+void WebKitView::decideResponse(WebKitPolicyDecision* decision) {
+    auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);
+    if (webkit_response_policy_decision_is_mime_type_supported(response)) {
+        webkit_policy_decision_use(decision);
+        return;
+    }
+    logLine("WebKitView : a download is refused");
+    // What a page leads to is refused and the page stays; what we asked for ourselves has failed.
+    if (webkit_response_policy_decision_is_main_frame_main_resource(response) &&
+        !tracker_.awaitsOwnPage())
+        tracker_.refused(true);
+    webkit_policy_decision_ignore(decision);
+}
+
+void WebKitView::loadChanged(WebKitLoadEvent event) {
+    LoadTracker::Report report = LoadTracker::Report::nothing;
+    switch (event) {
+        case WEBKIT_LOAD_STARTED:
+            explainCancellation();
+            report = tracker_.started();
+            if (tracker_.awaitsCommit() && !timer_.running())
+                startTimer();
+            break;
+        case WEBKIT_LOAD_REDIRECTED:
+            break;
+        case WEBKIT_LOAD_COMMITTED:
+            committedURL_ = currentURL();
+            report = tracker_.committed(committedURL_);
+            diedSinceCommit_ = false;
+            break;
+        case WEBKIT_LOAD_FINISHED:
+            report = tracker_.finished();
+            break;
+    }
+    deliver(report, {.code = LoadErrorCode::unknown,
+                     .description = "The page may not be asked for under this URL"});
+}
+
+gboolean WebKitView::loadFailed(WebKitLoadEvent event, const char* url, GError* error) {
+    const bool afterCommit = event == WEBKIT_LOAD_COMMITTED || event == WEBKIT_LOAD_FINISHED;
+    const auto report = tracker_.failure(failureKind(*error), afterCommit);
+    const int code =
+        afterCommit && isCancellation(*error) ? LoadErrorCode::cancelled : loadErrorCode(*error);
+    deliver(report,
+            {.code = code, .description = std::string(text(error->message)) + ": " + text(url)});
+    return TRUE;
+}
+
+gboolean WebKitView::certificateRefused(const char* url, GTlsCertificate* certificate,
+                                        GTlsCertificateFlags faults) {
+    const int code = certificateErrorCode(faults, isSelfSigned(certificate));
+    deliver(tracker_.failure(LoadTracker::Failure::other, false),
+            {.code = code, .description = certificateErrorDescription(code, text(url))});
+    return TRUE;
+}
+
+void WebKitView::deliver(LoadTracker::Report report, const LoadError& error) {
+    if (!tracker_.awaitsCommit())
+        timer_.stop();
+    switch (report) {
+        case LoadTracker::Report::nothing:
+            break;
+        case LoadTracker::Report::started:
+            delegate().didStartProvisionalNavigation();
+            break;
+        case LoadTracker::Report::committed:
+            delegate().didCommitNavigation();
+            break;
+        case LoadTracker::Report::finished:
+            delegate().didFinishNavigation(committedURL_);
+            break;
+        case LoadTracker::Report::preludeOver:
+            restoreForm();
+            break;
+        case LoadTracker::Report::cancelled:
+            delegate().didFailProvisionalNavigation(
+                {.code = timedOut_ ? LoadErrorCode::timedOut : LoadErrorCode::cancelled,
+                 .description = error.description});
+            break;
+        case LoadTracker::Report::failed:
+            delegate().didFailProvisionalNavigation(error);
+            break;
+        case LoadTracker::Report::failedAfterCommit:
+            delegate().didFailNavigation(error);
+            break;
+        case LoadTracker::Report::unexplained:
+            unexplained_.start(explanationDelay, [this, error] {
+                tracker_.givenUp();
+                timer_.stop();
+                delegate().didFailProvisionalNavigation(
+                    {.code = LoadErrorCode::timedOut, .description = error.description});
+            });
+            break;
+    }
+}
+
+void WebKitView::explainCancellation() {
+    unexplained_.stop();
+    if (tracker_.takeUnexplained())
+        delegate().didFailProvisionalNavigation(
+            {.code = LoadErrorCode::cancelled, .description = "Another page was asked for"});
+}
+
+void WebKitView::startTimer() {
+    timer_.start(request_.timeout, [this] { timeIsUp(); });
+}
+
+void WebKitView::timeIsUp() {
+    logLine("WebKitView : the page did not come within {} s", request_.timeout.count());
+    const bool started = !tracker_.awaitsStart();
+    timedOut_ = true;
+    stopLoading();
+    if (!started)
+        delegate().didFailProvisionalNavigation(
+            {.code = LoadErrorCode::timedOut, .description = "The request timed out"});
+}
+
+void WebKitView::progressChanged(GParamSpec*) {
+    if (!tracker_.preparing())
+        delegate().estimatedProgressChanged(
+            webkit_web_view_get_estimated_load_progress(engine_->view()));
+}
+
+void WebKitView::processTerminated(WebKitWebProcessTerminationReason) {
+    logLine("WebKitView : the web process has ended");
+    ++generation_;
+    tracker_.reset();
+    timer_.stop();
+    unexplained_.stop();
+    committedURL_.clear();
+    // Told once per page: where no web process can live, the error page would bring down one
+    // after the other.
+    if (!std::exchange(diedSinceCommit_, true))
+        delegate().webContentProcessDidTerminate();
+}
+
+void WebKitView::messageReceived(WebKitJavascriptResult* result) {
+    if (tracker_.awaitsOwnPage()) {
+        logLine("WebKitView : a message of the page before is dropped");
+        return;
+    }
+    JSCValue* value = webkit_javascript_result_get_js_value(result);
+    std::optional<std::string> body;
+    if (jsc_value_is_string(value)) {
+        const Handle<GBytes, g_bytes_unref> bytes(jsc_value_to_string_as_bytes(value));
+        gsize size = 0;
+        const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
+        body.emplace(data ? data : "", size);
+    }
+    delegate().didReceiveScriptMessage(configuration_.scriptMessageHandlerName, body);
+}
+
+}  // namespace quorl
