@@ -1,0 +1,171 @@
+#include "WebStage.h"
+
+#include "GtkApplication.h"
+
+#include <algorithm>
+
+namespace quorl::test {
+
+NavigationDecision RecordingDelegate::decidePolicyForNavigationAction(const std::string& url) {
+    events.push_back("policy " + url);
+    return policy(url);
+}
+
+void RecordingDelegate::didFinishNavigation(const std::string& url) {
+    events.push_back("finish " + url);
+}
+
+void RecordingDelegate::didFailNavigation(const LoadError& error) {
+    events.push_back("failed " + std::to_string(error.code));
+    errors.push_back(error);
+}
+
+void RecordingDelegate::didFailProvisionalNavigation(const LoadError& error) {
+    events.push_back("failed before commit " + std::to_string(error.code));
+    errors.push_back(error);
+}
+
+void RecordingDelegate::didReceiveScriptMessage(const std::string& channel,
+                                                const std::optional<std::string>& body) {
+    events.push_back("message on " + channel);
+    messages.push_back(body);
+}
+
+std::size_t RecordingDelegate::count(const std::string& event) const {
+    return static_cast<std::size_t>(std::ranges::count_if(
+        events, [&](const std::string& told) { return told.starts_with(event); }));
+}
+
+std::string RecordingDelegate::take() {
+    std::string all;
+    for (std::string event : std::exchange(events, {})) {
+        if (const auto scheme = event.find("https://"); scheme != std::string::npos) {
+            const auto path = std::min(event.find('/', scheme + 8), event.size());
+            event.erase(scheme, path - scheme);
+        }
+        all += (all.empty() ? "" : ", ") + event;
+    }
+    return all;
+}
+
+void WebStage::SetUp() {
+    auto made = makeGtkApplication(mainBundle());
+    ASSERT_TRUE(made) << made.error();
+    application = std::move(*made);
+    view = application->makeWebView(
+        {.scriptMessageHandlerName = "MACLoginAgent", .delegate = &delegate});
+}
+
+void WebStage::TearDown() {
+    view.reset();
+    application.reset();
+}
+
+void WebStage::startServer(std::vector<std::string> arguments) {
+    const std::string number = std::to_string(servers_.size());
+    journal_ = sandbox.root() / ("journal-" + number);
+    const std::string output = sandbox.root() / ("server-" + number);
+    std::vector<std::string> command{QUORL_SOURCE_DIR "/tools/selfservice-server", "--state",
+                                     journal_};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    servers_.push_back(std::make_unique<Subprocess>(
+        Subprocess::Options{.command = command, .output = output, .errors = output}));
+    ASSERT_TRUE(waitFor([&] { return TestSandbox::read(output).starts_with("ready "); }))
+        << TestSandbox::read(output);
+    port_ = std::to_string(std::stoi(TestSandbox::read(output).substr(6)));
+}
+
+std::string WebStage::url(const std::string& path, const std::string& host) const {
+    return "https://" + host + ":" + port_ + path;
+}
+
+std::vector<Value> WebStage::requests(const std::string& path) const {
+    std::vector<Value> found;
+    std::istringstream lines(TestSandbox::read(journal_));
+    for (std::string line; std::getline(lines, line);) {
+        Value request = Value::parse(line, nullptr, false);
+        if (stringValue(request, "target") == path)
+            found.push_back(std::move(request));
+    }
+    return found;
+}
+
+std::optional<std::string> WebStage::header(const Value& request, const std::string& name) {
+    for (const Value& field : request.at("headers")) {
+        if (field.at(0) == name)
+            return field.at(1).get<std::string>();
+    }
+    return std::nullopt;
+}
+
+bool WebStage::until(const std::function<bool()>& condition, std::chrono::milliseconds deadline) {
+    const auto end = std::chrono::steady_clock::now() + deadline;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        serveFor(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
+void WebStage::serveFor(std::chrono::milliseconds duration) {
+    application->mainRunLoop().runFor(duration);
+}
+
+std::string WebStage::load(const PageRequest& request) {
+    delegate.take();
+    view->loadRequest(request);
+    EXPECT_TRUE(until([this] { return delegate.count("finish") + delegate.count("failed") > 0; }))
+        << "no end of " << request.url;
+    // Whatever wrongly follows the end is to be seen too.
+    serveFor(std::chrono::milliseconds(50));
+    return delegate.take();
+}
+
+std::string WebStage::evaluate(const std::string& script) {
+    std::optional<std::string> result;
+    view->evaluateJavaScript(script, [&result](const ScriptResult& value) {
+        result = value ? value->value_or("nothing") : "error: " + value.error();
+    });
+    EXPECT_TRUE(until([&] { return result.has_value(); })) << script;
+    return result.value_or("no answer");
+}
+
+void WebStage::show() {
+    BrowserWindow& window = *application->browserWindow();
+    window.prepareForLoginWindow();
+    window.setFrame({{0, 0}, {896, 560}});
+    window.center();
+    window.layOut({{0, 525}, {896, 8}}, {{0, 0}, {896, 525}});
+    window.orderFrontRegardless();
+    window.makeKeyWindow();
+}
+
+std::vector<pid_t> WebStage::descendants(const std::string& name) {
+    std::vector<pid_t> found;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string stat = TestSandbox::read(entry.path() / "stat");
+        const auto open = stat.find('(');
+        const auto close = stat.rfind(')');
+        if (open == std::string::npos || close == std::string::npos)
+            continue;
+        pid_t ancestor = std::stoi(entry.path().filename().string());
+        while (ancestor > 1 && ancestor != getpid()) {
+            const std::string above =
+                TestSandbox::read("/proc/" + std::to_string(ancestor) + "/stat");
+            const auto end = above.rfind(')');
+            ancestor = end == std::string::npos ? 0 : std::stoi(above.substr(end + 4));
+        }
+        const pid_t pid = std::stoi(stat);
+        if (ancestor == getpid() && pid != getpid() &&
+            stat.substr(open + 1, close - open - 1).starts_with(name))
+            found.push_back(pid);
+    }
+    return found;
+}
+
+std::string WebStage::folder(const std::string& name) {
+    return QUORL_SOURCE_DIR "/" + name;
+}
+
+}  // namespace quorl::test

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "Application.h"
+#include "Subprocess.h"
+#include "TestSandbox.h"
+#include "Value.h"
+#include "XvfbDisplay.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorl::test {
+
+/// Writes down what a web view tells, one short line each, and answers as the test wants.
+class RecordingDelegate final : public WebViewDelegate {
+  public:
+    std::vector<std::string> events;
+    std::vector<LoadError> errors;
+    std::vector<std::optional<std::string>> messages;
+    std::vector<double> progress;
+    ChallengeAnswer certificates = ChallengeAnswer::useCredential;
+    std::function<NavigationDecision(const std::string&)> policy = [](const std::string&) {
+        return NavigationDecision::allow;
+    };
+
+    NavigationDecision decidePolicyForNavigationAction(const std::string& url) override;
+    void didStartProvisionalNavigation() override { events.push_back("start"); }
+    void didCommitNavigation() override { events.push_back("commit"); }
+    void didFinishNavigation(const std::string& url) override;
+    void didFailNavigation(const LoadError& error) override;
+    void didFailProvisionalNavigation(const LoadError& error) override;
+    ChallengeAnswer didReceiveAuthenticationChallenge(AuthenticationMethod) override {
+        return certificates;
+    }
+    void didReceiveScriptMessage(const std::string& channel,
+                                 const std::optional<std::string>& body) override;
+    void estimatedProgressChanged(double value) override { progress.push_back(value); }
+    void webContentProcessDidTerminate() override { events.push_back("terminated"); }
+
+    std::size_t count(const std::string& event) const;
+    /// The events since the last call, in one text. URLs without their host.
+    std::string take();
+};
+
+/// The real application on a display of its own, its real web view, and the self-service server.
+class WebStage : public ::testing::Test {
+  public:
+    void SetUp() override;
+    void TearDown() override;
+
+  protected:
+    /// Starts a server; the last one is what url() names.
+    void startServer(std::vector<std::string> arguments = {});
+    std::string url(const std::string& path, const std::string& host = "127.0.0.1") const;
+    /// The requests that the server has seen for the path, query included.
+    std::vector<Value> requests(const std::string& path) const;
+    static std::optional<std::string> header(const Value& request, const std::string& name);
+
+    /// Serves the main loop until the condition holds.
+    bool until(const std::function<bool()>& condition,
+               std::chrono::milliseconds deadline = std::chrono::seconds(15));
+    void serveFor(std::chrono::milliseconds duration);
+    /// Loads and waits for the end, good or bad; what was told until then.
+    std::string load(const PageRequest& request);
+    /// A script's value in the page, or "error: …".
+    std::string evaluate(const std::string& script);
+    void show();
+    /// Processes below ours whose name begins so.
+    static std::vector<pid_t> descendants(const std::string& name);
+    static std::string folder(const std::string& name);
+
+    TestSandbox sandbox;
+    XvfbDisplay display;
+    RecordingDelegate delegate;
+    std::unique_ptr<Application> application;
+    std::unique_ptr<WebView> view;
+
+  private:
+    std::vector<std::unique_ptr<Subprocess>> servers_;
+    std::string journal_;
+    std::string port_;
+};
+
+}  // namespace quorl::test
