@@ -94,7 +94,7 @@ std::string AgentStage::encryptedKey(const std::string& text) {
 }
 
 std::unique_ptr<Subprocess> AgentStage::run(const Words& command, const std::string& output,
-                                            const std::string& errors) {
+                                            const std::string& errors, const std::string& input) {
     Words words = {"unshare"};
     if (geteuid() != 0)
         words.emplace_back("-r");
@@ -110,8 +110,11 @@ std::unique_ptr<Subprocess> AgentStage::run(const Words& command, const std::str
         {"DISPLAY", display_},
         {"WAYLAND_DISPLAY", ""},
         {"GDK_BACKEND", "x11"}};
-    return std::make_unique<Subprocess>(Subprocess::Options{
-        .command = words, .environment = environment, .output = output, .errors = errors});
+    return std::make_unique<Subprocess>(Subprocess::Options{.command = words,
+                                                            .environment = environment,
+                                                            .output = output,
+                                                            .errors = errors,
+                                                            .input = input});
 }
 
 void AgentStage::startAgent() {

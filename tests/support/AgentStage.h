@@ -37,7 +37,8 @@ class AgentStage {
 
     /// Runs a program of the build with the stage's folders, trusting the stage's authority.
     std::unique_ptr<Subprocess> run(const Words& command, const std::string& output = "/dev/null",
-                                    const std::string& errors = "/dev/null");
+                                    const std::string& errors = "/dev/null",
+                                    const std::string& input = "/dev/null");
     void startAgent();
     Subprocess& agent() { return *agent_; }
     std::string log() const;

@@ -1,0 +1,38 @@
+// `bench GROUP` prints the figures of a group, `bench --list` the groups' names.
+#include "Groups.h"
+
+#include <array>
+#include <cstdio>
+#include <string_view>
+
+namespace {
+
+using namespace quorl::bench;
+
+struct Group {
+    std::string_view name;
+    void (*run)(Figures&);
+};
+constexpr std::array groups = {
+    Group{"https", benchHttps},
+    Group{"launch", benchLaunch},
+    Group{"offline", benchOffline},
+    Group{"store", benchStore},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string_view wanted = argc == 2 ? argv[1] : "";
+    Figures figures;
+    for (const Group& group : groups) {
+        if (wanted == "--list")
+            std::printf("%s\n", group.name.data());
+        else if (wanted == group.name)
+            return group.run(figures), 0;
+    }
+    if (wanted == "--list")
+        return 0;
+    std::fputs("usage: bench GROUP | --list\n", stderr);
+    return 2;
+}
