@@ -1,53 +1,32 @@
 #include "BinaryPlistReader.h"
 
+#include "Utf8.h"
+
 #include <algorithm>
 #include <bit>
+#include <forward_list>
 
 namespace quorl {
 namespace {
 
 constexpr std::string_view magic = "bplist00";
 constexpr std::size_t trailerSize = 32;
-constexpr std::size_t largestInput = 1 << 20;
-constexpr std::uint64_t mostObjects = 20'000;
-constexpr std::uint32_t mostValues = 20'000;
-constexpr std::uint64_t mostReferences = 2 * mostObjects;
-constexpr int deepest = 8;
 constexpr std::uint8_t countFollows = 0x0f;
-
-void appendUtf8(std::uint32_t codePoint, std::string& out) {
-    const auto put = [&out](std::uint32_t byte) { out += static_cast<char>(byte); };
-    if (codePoint < 0x80) {
-        put(codePoint);
-    } else if (codePoint < 0x800) {
-        put(0xc0 | codePoint >> 6);
-        put(0x80 | (codePoint & 0x3f));
-    } else if (codePoint < 0x10000) {
-        put(0xe0 | codePoint >> 12);
-        put(0x80 | (codePoint >> 6 & 0x3f));
-        put(0x80 | (codePoint & 0x3f));
-    } else {
-        put(0xf0 | codePoint >> 18);
-        put(0x80 | (codePoint >> 12 & 0x3f));
-        put(0x80 | (codePoint >> 6 & 0x3f));
-        put(0x80 | (codePoint & 0x3f));
-    }
-}
 
 }  // namespace
 
-std::optional<BinaryPlistReader> BinaryPlistReader::open(ByteView bytes) {
+std::optional<BinaryPlistReader> BinaryPlistReader::open(ByteView bytes, const Limits& limits) {
     BinaryPlistReader reader(bytes);
-    std::uint32_t visits = 0;
-    if (!reader.readTrailer() || !reader.referencesInRange() ||
-        !reader.nestingBounded(reader.top_, 1, visits))
+    Limits left = limits;
+    if (!reader.readObjects(limits) || !reader.referencesInRange() ||
+        !reader.withinLimits(reader.top_, left))
         return std::nullopt;
     return reader;
 }
 
-bool BinaryPlistReader::readTrailer() {
+bool BinaryPlistReader::readObjects(const Limits& limits) {
     const std::size_t size = bytes_.size();
-    if (size < magic.size() + trailerSize || size > largestInput ||
+    if (size < magic.size() + trailerSize || size > limits.bytes ||
         !asText(bytes_).starts_with(magic))
         return false;
     const std::size_t trailer = size - trailerSize;
@@ -59,28 +38,31 @@ bool BinaryPlistReader::readTrailer() {
     const std::uint64_t top = bigEndian(trailer + 16, 8);
     const std::uint64_t table = bigEndian(trailer + 24, 8);
     if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8 ||
-        objects == 0 || objects > mostObjects || top >= objects || table < magic.size() ||
+        objects == 0 || objects > limits.values || top >= objects || table < magic.size() ||
         table > trailer || trailer - table != objects * offsetSize_)
         return false;
     offsetTable_ = table;
     top_ = static_cast<Index>(top);
     objects_.reserve(objects);
+    // No writer lets objects overlap, and overlapping ones would be more than the bytes can hold.
+    std::size_t room = table - magic.size();
     for (std::uint64_t i = 0; i < objects; ++i) {
         const std::uint64_t offset = bigEndian(table + i * offsetSize_, offsetSize_);
         if (offset < magic.size() || offset >= table)
             return false;
-        const auto object = readObject(offset);
-        if (!object)
+        std::size_t end = offset;
+        const auto object = readObject(end);
+        if (!object || end - offset > room)
             return false;
+        room -= end - offset;
         objects_.push_back(*object);
     }
     return true;
 }
 
-std::optional<BinaryPlistReader::Object> BinaryPlistReader::readObject(std::size_t offset) {
-    const std::uint8_t marker = bytes_[offset];
+std::optional<BinaryPlistReader::Object> BinaryPlistReader::readObject(std::size_t& at) const {
+    const std::uint8_t marker = bytes_[at++];
     const std::uint8_t low = marker & 0x0f;
-    std::size_t at = offset + 1;
     const auto fits = [&](std::uint64_t size) { return size <= offsetTable_ - at; };
     Object object;
 
@@ -90,7 +72,12 @@ std::optional<BinaryPlistReader::Object> BinaryPlistReader::readObject(std::size
         if (!readCount(low, at, object.count) || !fits(object.count * entrySize))
             return std::nullopt;
         object.offset = static_cast<std::uint32_t>(at);
+        at += object.count * entrySize;
         return object;
+    };
+    const auto number = [&](std::size_t size) {
+        at += size;
+        return bigEndian(at - size, size);
     };
 
     switch (marker >> 4) {
@@ -106,18 +93,14 @@ std::optional<BinaryPlistReader::Object> BinaryPlistReader::readObject(std::size
             object.kind = Kind::integer;
             if (size < 16) {
                 // One, two and four bytes are unsigned; eight carry the sign.
-                object.integer = static_cast<std::int64_t>(bigEndian(at, size));
+                object.integer = static_cast<std::int64_t>(number(size));
                 return object;
             }
-            const std::uint64_t number = bigEndian(at + 8, 8);
-            if (bigEndian(at, 8) != 0)
+            if (number(8) != 0)
                 return std::nullopt;
-            if (number > INT64_MAX) {
+            object.unsignedInteger = number(8);
+            if (object.unsignedInteger > INT64_MAX)
                 object.kind = Kind::unsignedInteger;
-                object.unsignedInteger = number;
-            } else {
-                object.integer = static_cast<std::int64_t>(number);
-            }
             return object;
         }
         case 0x2:
@@ -130,9 +113,9 @@ std::optional<BinaryPlistReader::Object> BinaryPlistReader::readObject(std::size
                 return std::nullopt;
             object.kind = isDate ? Kind::date : Kind::real;
             if (size == 4)
-                object.real = std::bit_cast<float>(static_cast<std::uint32_t>(bigEndian(at, 4)));
+                object.real = std::bit_cast<float>(static_cast<std::uint32_t>(number(4)));
             else
-                object.real = std::bit_cast<double>(bigEndian(at, 8));
+                object.real = std::bit_cast<double>(number(8));
             return object;
         }
         case 0x4:
@@ -146,7 +129,7 @@ std::optional<BinaryPlistReader::Object> BinaryPlistReader::readObject(std::size
             if (size > 8 || !fits(size))
                 return std::nullopt;
             object.kind = Kind::uid;
-            object.unsignedInteger = bigEndian(at, size);
+            object.unsignedInteger = number(size);
             return object;
         }
         case 0xa:
@@ -172,20 +155,15 @@ bool BinaryPlistReader::readCount(std::uint8_t low, std::size_t& at, std::uint32
     const std::uint64_t value = bigEndian(at, size);
     at += size;
     count = static_cast<std::uint32_t>(value);
-    return value <= largestInput;
+    return value <= bytes_.size();
 }
 
-// Overlapping objects could name the same references over and over, so their sum is bounded too.
 bool BinaryPlistReader::referencesInRange() const {
-    std::uint64_t references = 0;
     for (const Object& object : objects_) {
         if (object.kind != Kind::array && object.kind != Kind::dictionary)
             continue;
         const std::uint32_t count =
             object.kind == Kind::dictionary ? 2 * object.count : object.count;
-        references += count;
-        if (references > mostReferences)
-            return false;
         for (std::uint32_t i = 0; i < count; ++i) {
             if (bigEndian(object.offset + i * referenceSize_, referenceSize_) >= objects_.size())
                 return false;
@@ -194,33 +172,40 @@ bool BinaryPlistReader::referencesInRange() const {
     return true;
 }
 
-bool BinaryPlistReader::nestingBounded(Index index, int depth, std::uint32_t& visits) const {
-    if (depth > deepest || ++visits > mostValues)
+bool BinaryPlistReader::withinLimits(Index index, Limits& left) const {
+    if (left.depth == 0 || left.values == 0)
         return false;
+    --left.values;
     const Object& object = objects_[index];
-    if (object.kind == Kind::array) {
-        for (std::uint32_t i = 0; i < object.count; ++i) {
-            if (!nestingBounded(element(object, i), depth + 1, visits))
-                return false;
-        }
-    } else if (object.kind == Kind::dictionary) {
-        if (!keysDistinct(object))
+    if (object.kind != Kind::array && object.kind != Kind::dictionary)
+        return true;
+    if (object.kind == Kind::dictionary && !keysDistinct(object, left))
+        return false;
+    --left.depth;
+    for (std::uint32_t i = 0; i < object.count; ++i) {
+        if (!withinLimits(object.kind == Kind::array ? element(object, i) : value(object, i), left))
             return false;
-        for (std::uint32_t i = 0; i < object.count; ++i) {
-            if (!nestingBounded(value(object, i), depth + 1, visits))
-                return false;
-        }
     }
+    ++left.depth;
     return true;
 }
 
-bool BinaryPlistReader::keysDistinct(const Object& dictionary) const {
-    std::vector<std::string> keys;
+bool BinaryPlistReader::keysDistinct(const Object& dictionary, Limits& left) const {
+    std::vector<std::string_view> keys;
+    std::forward_list<std::string> converted;
+    keys.reserve(dictionary.count);
     for (std::uint32_t i = 0; i < dictionary.count; ++i) {
-        auto keyText = text(objects_[key(dictionary, i)]);
-        if (!keyText)
+        const Object& key = objects_[this->key(dictionary, i)];
+        if (key.count > left.keyBytes)
             return false;
-        keys.push_back(std::move(*keyText));
+        left.keyBytes -= key.count;
+        if (isPlainAscii(key)) {
+            keys.push_back(asText(data(key)));
+        } else if (auto keyText = text(key)) {
+            keys.push_back(converted.emplace_front(std::move(*keyText)));
+        } else {
+            return false;
+        }
     }
     std::sort(keys.begin(), keys.end());
     return std::adjacent_find(keys.begin(), keys.end()) == keys.end();
@@ -266,35 +251,39 @@ bool BinaryPlistReader::isText(Index index, std::string_view wanted) const {
     const Object& object = objects_[index];
     if (object.kind == Kind::asciiText)
         return asText(data(object)) == wanted;
-    return object.kind == Kind::utf16Text && text(object) == wanted;
+    // Writers may keep ASCII in code units; a text of another length is not even converted.
+    return object.kind == Kind::utf16Text && object.count == wanted.size() &&
+           text(object) == wanted;
+}
+
+bool BinaryPlistReader::isPlainAscii(const Object& object) const {
+    if (object.kind != Kind::asciiText)
+        return false;
+    const std::string_view content = asText(data(object));
+    return isAscii(content) && content.find('\0') == content.npos;
 }
 
 std::optional<std::string> BinaryPlistReader::text(const Object& object) const {
-    std::string out;
-    if (object.kind == Kind::asciiText) {
-        const ByteView bytes = data(object);
-        if (std::any_of(bytes.begin(), bytes.end(),
-                        [](std::uint8_t byte) { return byte == 0 || byte >= 0x80; }))
-            return std::nullopt;
-        return toString(bytes);
-    }
+    if (object.kind == Kind::asciiText)
+        return isPlainAscii(object) ? std::optional(toString(data(object))) : std::nullopt;
     if (object.kind != Kind::utf16Text)
         return std::nullopt;
+    const auto unitAt = [&](std::uint32_t position) {
+        return static_cast<std::uint32_t>(bigEndian(object.offset + 2 * std::size_t{position}, 2));
+    };
+    std::string out;
     out.reserve(object.count);
     for (std::uint32_t i = 0; i < object.count; ++i) {
-        auto unit = static_cast<std::uint32_t>(bigEndian(object.offset + 2 * std::size_t{i}, 2));
-        if (unit == 0 || (unit >= 0xdc00 && unit < 0xe000))
+        std::uint32_t point = unitAt(i);
+        if (point == 0 || (point >= 0xdc00 && point < 0xe000))
             return std::nullopt;
-        if (unit >= 0xd800 && unit < 0xdc00) {
-            if (++i == object.count)
-                return std::nullopt;
-            const auto low =
-                static_cast<std::uint32_t>(bigEndian(object.offset + 2 * std::size_t{i}, 2));
+        if (point >= 0xd800 && point < 0xdc00) {
+            const std::uint32_t low = ++i < object.count ? unitAt(i) : 0;
             if (low < 0xdc00 || low >= 0xe000)
                 return std::nullopt;
-            unit = 0x10000 + ((unit - 0xd800) << 10) + (low - 0xdc00);
+            point = 0x10000 + ((point - 0xd800) << 10) + (low - 0xdc00);
         }
-        appendUtf8(unit, out);
+        appendUtf8(point, out);
     }
     return out;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quorl {
@@ -40,9 +41,19 @@ class BinaryPlistReader {
     };
     using Index = std::uint32_t;
 
-    /// Nothing when the bytes break the format: more than 1 MiB, a truncated or trailing part,
-    /// offsets or references out of range, more than 20,000 objects or values, nesting over 8.
-    static std::optional<BinaryPlistReader> open(ByteView bytes);
+    /// What the bytes may cost: values are counted by visit, so a shared one counts each time it
+    /// is reached; so are the bytes of keys.
+    struct Limits {
+        std::size_t bytes;
+        std::uint32_t values;
+        std::size_t keyBytes;
+        int depth;
+    };
+
+    /// Nothing when the bytes break the format or a limit: a truncated or trailing part, offsets
+    /// or references out of range, objects that overlap, cycles, a key that is no text or occurs
+    /// twice in its dictionary.
+    static std::optional<BinaryPlistReader> open(ByteView bytes, const Limits& limits);
 
     Index top() const { return top_; }
     const Object& at(Index index) const { return objects_[index]; }
@@ -59,16 +70,20 @@ class BinaryPlistReader {
     }
     /// UTF-8; nothing when the text is invalid or holds a NUL.
     std::optional<std::string> text(const Object& object) const;
+    /// Whether the object is that ASCII text.
     bool isText(Index index, std::string_view text) const;
 
   private:
     explicit BinaryPlistReader(ByteView bytes) : bytes_(bytes) {}
-    bool readTrailer();
-    std::optional<Object> readObject(std::size_t offset);
+    bool readObjects(const Limits& limits);
+    /// The object at `at`, which moves behind it.
+    std::optional<Object> readObject(std::size_t& at) const;
     bool readCount(std::uint8_t low, std::size_t& at, std::uint32_t& count) const;
     bool referencesInRange() const;
-    bool nestingBounded(Index index, int depth, std::uint32_t& visits) const;
-    bool keysDistinct(const Object& dictionary) const;
+    /// Visits the object and all it holds, and takes what they cost off the limits.
+    bool withinLimits(Index index, Limits& limits) const;
+    bool keysDistinct(const Object& dictionary, Limits& limits) const;
+    bool isPlainAscii(const Object& object) const;
     std::uint64_t bigEndian(std::size_t at, std::size_t size) const;
     Index reference(std::uint32_t offset, std::uint32_t position) const;
 

@@ -1,6 +1,7 @@
 #include "BinaryPlistWriter.h"
 
-#include <algorithm>
+#include "Utf8.h"
+
 #include <bit>
 
 namespace quorl {
@@ -33,33 +34,6 @@ void putMarker(std::uint8_t kind, std::size_t count, Bytes& out) {
     putBigEndian(count, size, out);
 }
 
-bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
-// One code point of UTF-8 text and the place behind it; -1 where the text is invalid.
-std::int32_t nextCodePoint(std::string_view text, std::size_t& at) {
-    const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const std::uint32_t first = byte(at);
-    const int length = first < 0x80 ? 1 : first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
-    if ((first >= 0x80 && first < 0xc2) || first > 0xf4 ||
-        text.size() - at < static_cast<std::size_t>(length))
-        return -1;
-    std::uint32_t point = length == 1 ? first : first & (0xffU >> (length + 1));
-    for (int i = 1; i < length; ++i) {
-        const std::uint32_t next = byte(at + static_cast<std::size_t>(i));
-        if (next >> 6 != 2)
-            return -1;
-        point = point << 6 | (next & 0x3f);
-    }
-    constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (point < smallest[length] || point > 0x10ffff || (point >= 0xd800 && point < 0xe000))
-        return -1;
-    at += static_cast<std::size_t>(length);
-    return static_cast<std::int32_t>(point);
-}
-
 void putText(std::string_view text, Bytes& out) {
     if (isAscii(text)) {
         putMarker(0x50, text.size(), out);
@@ -81,14 +55,6 @@ void putText(std::string_view text, Bytes& out) {
 }
 
 }  // namespace
-
-bool BinaryPlistWriter::isPlainText(std::string_view text) {
-    for (std::size_t at = 0; at < text.size();) {
-        if (nextCodePoint(text, at) <= 0)
-            return false;
-    }
-    return true;
-}
 
 BinaryPlistWriter::Index BinaryPlistWriter::add(const Object& object) {
     objects_.push_back(object);
@@ -178,9 +144,8 @@ void BinaryPlistWriter::write(const Object& object, std::size_t referenceSize, B
 
 Bytes BinaryPlistWriter::finish(Index top) const {
     const std::size_t referenceSize = sizeFor(objects_.size());
-    Bytes out;
+    Bytes out = toBytes(magic);
     out.reserve(64 * objects_.size());
-    out.insert(out.end(), magic.begin(), magic.end());
     std::vector<std::uint64_t> offsets;
     offsets.reserve(objects_.size());
     for (const Object& object : objects_) {

@@ -21,16 +21,13 @@ class BinaryPlistWriter {
     Index addUnsigned(std::uint64_t value);
     Index addReal(double value);
     Index addData(ByteView data);
-    /// Valid UTF-8 without NUL (see isPlainText); ASCII is kept as such, the rest becomes UTF-16.
+    /// Valid UTF-8 without NUL (isPlainText); ASCII is kept as such, the rest becomes UTF-16.
     Index addText(std::string_view text);
     Index addUid(std::uint32_t uid);
     Index addArray(const std::vector<Index>& entries);
     Index addDictionary(const std::vector<Index>& keys, const std::vector<Index>& values);
 
     Bytes finish(Index top) const;
-
-    /// Valid UTF-8 (RFC 3629) that holds no NUL.
-    static bool isPlainText(std::string_view text);
 
   private:
     enum class Kind : std::uint8_t { scalar, data, text, array, dictionary };

@@ -2,8 +2,8 @@
 
 #include "BinaryPlistReader.h"
 #include "BinaryPlistWriter.h"
-
-#include <fmt/chrono.h>
+#include "PropertyListDate.h"
+#include "Utf8.h"
 
 #include <algorithm>
 #include <array>
@@ -16,29 +16,26 @@ constexpr int deepestObject = 32;
 constexpr int mostValues = 20'000;
 constexpr std::size_t mostDecodedBytes = 4 << 20;
 constexpr std::size_t largestArchive = 1 << 20;
+// An object of the graph is several values of the property list: itself, its fields, a reference
+// by its number wherever it is held.
+constexpr BinaryPlistReader::Limits archiveLimits = {
+    .bytes = largestArchive, .values = 5 * mostValues, .keyBytes = mostDecodedBytes, .depth = 8};
+// No object of the known classes has more than three; to look through more is a peer's play.
+constexpr std::uint32_t mostFields = 16;
 constexpr std::int64_t archiverVersion = 100000;
 constexpr std::string_view archiverName = "NSKeyedArchiver";
 constexpr std::string_view nullMarker = "$null";
-
-/// Seconds since 2001-01-01 as ISO 8601 text; nothing when no calendar has that day.
-std::optional<std::string> dateText(double seconds) {
-    constexpr double year2001 = 978307200;
-    constexpr double year9999 = 253402300799;
-    const double epoch = std::floor(seconds + year2001);
-    if (!(epoch >= -year9999 && epoch <= year9999))
-        return std::nullopt;
-    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(epoch)));
-}
 
 enum class ObjectClass { dictionary, array, text, data, date, null };
 
 std::optional<ObjectClass> classNamed(std::string_view name) {
     using Entry = std::pair<std::string_view, ObjectClass>;
-    constexpr std::array<Entry, 9> known = {{
+    constexpr std::array<Entry, 10> known = {{
         {"NSDictionary", ObjectClass::dictionary},
         {"NSMutableDictionary", ObjectClass::dictionary},
         {"NSArray", ObjectClass::array},
         {"NSMutableArray", ObjectClass::array},
+        {"NSString", ObjectClass::text},
         {"NSMutableString", ObjectClass::text},
         {"NSData", ObjectClass::data},
         {"NSMutableData", ObjectClass::data},
@@ -79,7 +76,8 @@ class Decoder {
   private:
     /// The dictionary's entry of that kind, or null.
     const Object* entry(const Object& dictionary, std::string_view key, Kind kind) const {
-        const auto index = reader_.find(dictionary, key);
+        const auto index =
+            dictionary.count <= mostFields ? reader_.find(dictionary, key) : std::nullopt;
         if (!index || reader_.at(*index).kind != kind)
             return nullptr;
         return &reader_.at(*index);
@@ -204,17 +202,17 @@ class Decoder {
         return result;
     }
 
-    // Counted before it is copied: shared references make little input decode to much.
+    // Shared references make little input decode to much.
     bool countBytes(std::size_t bytes) {
         decodedBytes_ += bytes;
         return decodedBytes_ <= mostDecodedBytes;
     }
 
     std::optional<Value> text(const Object& object) {
-        if (!countBytes(object.count))
-            return std::nullopt;
         auto content = reader_.text(object);
-        return content ? std::optional(Value(std::move(*content))) : std::nullopt;
+        if (!content || !countBytes(content->size()))
+            return std::nullopt;
+        return std::optional<Value>(std::in_place, std::move(*content));
     }
 
     std::optional<Value> data(const Object& object) {
@@ -225,7 +223,7 @@ class Decoder {
     }
 
     static std::optional<Value> date(double seconds) {
-        auto content = dateText(seconds);
+        auto content = propertyListDateText(seconds);
         return content ? std::optional(Value(std::move(*content))) : std::nullopt;
     }
 
@@ -294,7 +292,7 @@ class Encoder {
     }
 
     std::optional<Uid> addText(std::string_view text) {
-        if (text == nullMarker || !BinaryPlistWriter::isPlainText(text))
+        if (text == nullMarker || !isPlainText(text))
             return std::nullopt;
         return place(writer_.addText(text));
     }
@@ -362,7 +360,7 @@ class Encoder {
 }  // namespace
 
 std::optional<Value> unarchive(ByteView archive) {
-    const auto reader = BinaryPlistReader::open(archive);
+    const auto reader = BinaryPlistReader::open(archive, archiveLimits);
     return reader ? Decoder(*reader).root() : std::nullopt;
 }
 

@@ -1,34 +1,26 @@
 #include "PropertyList.h"
 
 #include "AtomicFile.h"
+#include "BinaryPropertyList.h"
 #include "Handle.h"
+#include "PropertyListDate.h"
+#include "Utf8.h"
+#include "XmlPlistCheck.h"
 
-#include <fmt/chrono.h>
 #include <plist/plist.h>
 
-#include <algorithm>
+#include <cmath>
 #include <memory>
 
 namespace quorl {
 namespace {
 
 constexpr std::size_t largestFile = 4 << 20;
-constexpr int deepest = 64;
+constexpr std::size_t deepest = 64;
 
 using Plist = std::unique_ptr<std::remove_pointer_t<plist_t>, FreeWith<plist_free>>;
 using XmlText = Handle<char, plist_to_xml_free>;
 using AllocatedText = Handle<char, ::free>;
-
-// Dates count from 2001 in the library's own terms.
-std::string dateText(plist_t node) {
-    constexpr std::int64_t year2001 = 978307200;
-    std::int32_t seconds = 0;
-    std::int32_t microseconds = 0;
-    plist_get_date_val(node, &seconds, &microseconds);
-    return fmt::format(
-        "{:%Y-%m-%dT%H:%M:%SZ}",
-        fmt::gmtime(static_cast<std::time_t>(year2001 + static_cast<std::int64_t>(seconds))));
-}
 
 Value toValue(plist_t node);
 
@@ -77,8 +69,12 @@ Value toValue(plist_t node) {
             const char* data = plist_get_data_ptr(node, &length);
             return Value::binary(data ? Bytes(data, data + length) : Bytes());
         }
-        case PLIST_DATE:
-            return dateText(node);
+        case PLIST_DATE: {
+            std::int32_t seconds = 0;
+            std::int32_t microseconds = 0;
+            plist_get_date_val(node, &seconds, &microseconds);
+            return propertyListDateText(seconds).value_or("");
+        }
         case PLIST_DICT:
             return dictionaryValue(node);
         case PLIST_ARRAY: {
@@ -133,41 +129,60 @@ Plist fromValue(const Value& value) {
     return nullptr;
 }
 
-// The library reads nested elements by recursion, so the depth is bounded before it sees them.
-bool tooDeep(std::string_view xml) {
-    int depth = 0;
-    for (auto at = xml.find('<'); at != xml.npos; at = xml.find('<', at + 1)) {
-        const std::string_view tag = xml.substr(at);
-        if (tag.starts_with("<dict") || tag.starts_with("<array"))
-            ++depth;
-        else if (tag.starts_with("</dict") || tag.starts_with("</array"))
-            --depth;
-        if (depth > deepest)
-            return true;
+std::optional<Value> parseXml(std::string_view xml) {
+    constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
+    if (xml.starts_with(byteOrderMark))
+        xml.remove_prefix(byteOrderMark.size());
+    // The library trusts its input: it takes halves of documents, and texts that are no text.
+    if (!isPlainText(xml) || !isWholeXmlPlist(xml, deepest))
+        return std::nullopt;
+    plist_t node = nullptr;
+    plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &node);
+    const Plist owned(node);
+    return owned ? std::optional(toValue(node)) : std::nullopt;
+}
+
+// What XML allows a document to hold; readers refuse a file with anything else as a whole.
+bool isXmlText(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::int32_t point = nextCodePoint(text, at);
+        if (point < 0x20 && point != '\t' && point != '\n' && point != '\r')
+            return false;
+        if (point == 0xfffe || point == 0xffff)
+            return false;
     }
-    return false;
+    return true;
+}
+
+bool canBeWritten(const Value& value, std::size_t depth) {
+    if (value.is_string())
+        return isXmlText(value.get_ref<const std::string&>());
+    // The library would write a larger one as a negative number.
+    if (value.is_number_unsigned())
+        return value.get<std::uint64_t>() <= INT64_MAX;
+    if (value.is_number_float())
+        return std::isfinite(value.get<double>());
+    if (!value.is_structured())
+        return true;
+    if (depth == deepest)
+        return false;
+    for (const auto& [key, entry] : value.items()) {
+        if ((value.is_object() && !isXmlText(key)) || !canBeWritten(entry, depth + 1))
+            return false;
+    }
+    return true;
 }
 
 }  // namespace
 
 tl::expected<Value, std::string> parsePropertyList(ByteView content) {
-    if (content.empty())
-        return tl::unexpected(std::string("empty"));
+    if (content.size() > largestFile)
+        return tl::unexpected(std::string("too large"));
     const std::string_view text = asText(content);
-    plist_t node = nullptr;
-    if (text.starts_with("bplist")) {
-        plist_from_bin(text.data(), static_cast<std::uint32_t>(text.size()), &node);
-    } else {
-        if (tooDeep(text))
-            return tl::unexpected(std::string("nested too deep"));
-        if (text.find('\0') != text.npos)
-            return tl::unexpected(std::string("no property list"));
-        plist_from_xml(text.data(), static_cast<std::uint32_t>(text.size()), &node);
-    }
-    const Plist owned(node);
-    if (!owned)
-        return tl::unexpected(std::string("no property list"));
-    return toValue(node);
+    auto value = text.starts_with("bplist") ? parseBinaryPropertyList(content) : parseXml(text);
+    if (!value)
+        return tl::unexpected(std::string("no valid property list"));
+    return std::move(*value);
 }
 
 tl::expected<Value, std::string> readPropertyListFile(const std::string& path) {
@@ -177,9 +192,9 @@ tl::expected<Value, std::string> readPropertyListFile(const std::string& path) {
 }
 
 tl::expected<void, std::string> writePropertyListFile(const std::string& path, const Value& value) {
-    const Plist plist = fromValue(value);
+    const Plist plist = canBeWritten(value, 1) ? fromValue(value) : nullptr;
     if (!plist)
-        return tl::unexpected(std::string("nothing to write"));
+        return tl::unexpected(std::string("holds what no XML property list can carry"));
     char* xml = nullptr;
     std::uint32_t length = 0;
     plist_to_xml(plist.get(), &xml, &length);
