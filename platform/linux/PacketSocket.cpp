@@ -99,7 +99,7 @@ bool SocketSendRight::send(const PortMessage& message, std::chrono::milliseconds
         item->cmsg_len = CMSG_LEN(sizeof descriptor);
         std::memcpy(CMSG_DATA(item), &descriptor, sizeof descriptor);
     }
-    const auto end = SteadyClock::now() + deadline;
+    std::optional<SteadyClock::time_point> end;
     for (;;) {
         // Never blocking by the call itself: a descriptor that came from a peer is shared with it,
         // so its mode is the peer's to change.
@@ -107,7 +107,11 @@ bool SocketSendRight::send(const PortMessage& message, std::chrono::milliseconds
             return true;
         if (errno == EINTR)
             continue;
-        if (errno != EAGAIN || !waitWritable(socket_.get(), end))
+        if (errno != EAGAIN)
+            return false;
+        if (!end)
+            end = SteadyClock::now() + deadline;
+        if (!waitWritable(socket_.get(), *end))
             return false;
     }
 }

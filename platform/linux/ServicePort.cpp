@@ -4,20 +4,15 @@
 
 #include <errno.h>
 #include <string.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
+#include <utility>
 
 namespace quorl {
 namespace {
 
-constexpr std::uint64_t listenerId = 0;
-constexpr std::uint64_t timerId = 1;
-constexpr std::uint64_t firstConnectionId = 2;
 constexpr std::chrono::seconds acceptPause{1};
 
 itimerspec timerSetting(std::optional<std::chrono::steady_clock::time_point> at) {
@@ -36,66 +31,43 @@ itimerspec timerSetting(std::optional<std::chrono::steady_clock::time_point> at)
 
 std::unique_ptr<ServicePort> ServicePort::make(std::unique_ptr<ServiceName> name,
                                                ServiceLimits limits) {
-    FileDescriptor events(epoll_create1(EPOLL_CLOEXEC));
     FileDescriptor timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
-    if (events && timer) {
-        std::unique_ptr<ServicePort> port(
-            new ServicePort(std::move(name), limits, std::move(events), std::move(timer)));
-        if (port->watch(port->name_->listener(), listenerId) &&
-            port->watch(port->timer_.get(), timerId))
-            return port;
+    if (!timer) {
+        logLine("ServicePort : no port can be made: {}", strerror(errno));
+        return nullptr;
     }
-    logLine("ServicePort : no port can be made: {}", strerror(errno));
-    return nullptr;
+    return std::unique_ptr<ServicePort>(new ServicePort(std::move(name), limits, std::move(timer)));
 }
 
 ServicePort::ServicePort(std::unique_ptr<ServiceName> name, ServiceLimits limits,
-                         FileDescriptor events, FileDescriptor timer)
+                         FileDescriptor timer)
     : name_(std::move(name)),
       limits_(limits),
-      events_(std::move(events)),
       timer_(std::move(timer)),
-      nextId_(firstConnectionId) {}
+      listenerSource_(*this, name_->listener(), &ServicePort::acceptPeer),
+      timerSource_(*this, timer_.get(), &ServicePort::timeIsUp) {}
 
 ServicePort::~ServicePort() {
     ServicePort::invalidate();
 }
 
 void ServicePort::addToRunLoop(RunLoop& loop) {
-    loop.add(*this);
     loop_ = &loop;
+    loop_->add(listenerSource_);
+    loop_->add(timerSource_);
 }
 
 void ServicePort::invalidate() {
-    if (loop_)
-        loop_->remove(*this);
+    if (loop_) {
+        for (Peer& peer : peers_)
+            loop_->remove(peer);
+        loop_->remove(timerSource_);
+        loop_->remove(listenerSource_);
+    }
     loop_ = nullptr;
-    connections_.clear();
+    peers_.clear();
     name_.reset();
     timer_.reset();
-    events_.reset();
-}
-
-bool ServicePort::watch(int descriptor, ConnectionId id) {
-    epoll_event event{};
-    event.events = EPOLLIN;
-    event.data.u64 = id;
-    return epoll_ctl(events_.get(), EPOLL_CTL_ADD, descriptor, &event) == 0;
-}
-
-void ServicePort::ready() {
-    std::array<epoll_event, 8> events{};
-    const int count = epoll_wait(events_.get(), events.data(), static_cast<int>(events.size()), 0);
-    // A handler may invalidate the port.
-    for (int i = 0; i < count && name_; ++i) {
-        const ConnectionId id = events[static_cast<std::size_t>(i)].data.u64;
-        if (id == listenerId)
-            acceptPeer();
-        else if (id == timerId)
-            timeIsUp();
-        else
-            receiveFrom(id);
-    }
 }
 
 void ServicePort::acceptPeer() {
@@ -109,17 +81,11 @@ void ServicePort::acceptPeer() {
     }
     if (!admits(socket.get()))
         return;
-    const ConnectionId id = nextId_++;
-    if (!watch(socket.get(), id)) {
-        logLine("ServicePort : a peer cannot be watched: {}", strerror(errno));
-        return;
-    }
-    connections_.emplace(id, Connection{std::move(socket)});
+    Peer& peer = peers_.emplace_back(*this, std::move(socket));
+    loop_->add(peer);
     // A client sends as soon as it has connected, so its message is most often there already.
-    receiveFrom(id);
-    const auto found = connections_.find(id);
-    if (found != connections_.end() && !found->second.hasSpoken) {
-        found->second.silentUntil = std::chrono::steady_clock::now() + limits_.silence;
+    if (receiveFrom(peer) == Receipt::peerStays && !peer.hasSpoken) {
+        peer.silentUntil = std::chrono::steady_clock::now() + limits_.silence;
         setTimer();
     }
 }
@@ -133,8 +99,8 @@ bool ServicePort::admits(int socket) {
         logLine("ServicePort : peer refused, uid {}", peer.uid);
         return false;
     }
-    if (connections_.size() >= limits_.connections) {
-        logLine("ServicePort : peer refused, {} connections are open", connections_.size());
+    if (peers_.size() >= limits_.connections) {
+        logLine("ServicePort : peer refused, {} connections are open", peers_.size());
         return false;
     }
     return true;
@@ -143,27 +109,24 @@ bool ServicePort::admits(int socket) {
 // The waiting peer keeps the listener readable, so watching it on would never let the loop rest.
 void ServicePort::pauseAccepting(int reason) {
     logLine("ServicePort : accepting paused: {}", strerror(reason));
-    epoll_ctl(events_.get(), EPOLL_CTL_DEL, name_->listener(), nullptr);
+    loop_->remove(listenerSource_);
     acceptAgainAt_ = std::chrono::steady_clock::now() + acceptPause;
     setTimer();
 }
 
-void ServicePort::receiveFrom(ConnectionId id) {
-    const auto found = connections_.find(id);
-    if (found == connections_.end())
-        return;
-    Connection& connection = found->second;
-    auto message = receiver_.receive(connection.socket.get());
+ServicePort::Receipt ServicePort::receiveFrom(Peer& peer) {
+    auto message = receiver_.receive(peer.descriptor());
     if (message) {
-        connection.hasSpoken = true;
-        if (std::exchange(connection.silentUntil, std::nullopt))
+        peer.hasSpoken = true;
+        if (std::exchange(peer.silentUntil, std::nullopt))
             setTimer();
         handler_(std::move(*message));
-        return;
+        // The handler may have invalidated the port.
+        return name_ ? Receipt::peerStays : Receipt::peerIsGone;
     }
     switch (message.error().kind) {
         case NoMessage::nothingThere:
-            return;
+            return Receipt::peerStays;
         case NoMessage::refused:
             logLine("ServicePort : packet refused, connection closed: {}",
                     std::string(message.error().reason));
@@ -171,34 +134,42 @@ void ServicePort::receiveFrom(ConnectionId id) {
         case NoMessage::closedByPeer:
             break;
     }
-    connections_.erase(found);
+    loop_->remove(peer);
+    peers_.remove_if([&peer](const Peer& other) { return &other == &peer; });
     setTimer();
+    return Receipt::peerIsGone;
 }
 
 void ServicePort::timeIsUp() {
+    std::uint64_t expirations = 0;
+    [[maybe_unused]] const ssize_t taken = read(timer_.get(), &expirations, sizeof expirations);
     timerSetTo_.reset();
     const auto now = std::chrono::steady_clock::now();
-    const auto dropped = std::erase_if(connections_, [now](const auto& entry) {
-        return entry.second.silentUntil && *entry.second.silentUntil <= now;
+    dropSilentPeers(now);
+    if (acceptAgainAt_ && *acceptAgainAt_ <= now) {
+        acceptAgainAt_.reset();
+        loop_->add(listenerSource_);
+    }
+    setTimer();
+}
+
+void ServicePort::dropSilentPeers(SteadyTime now) {
+    const auto dropped = peers_.remove_if([this, now](Peer& peer) {
+        if (!peer.silentUntil || *peer.silentUntil > now)
+            return false;
+        loop_->remove(peer);
+        return true;
     });
     if (dropped > 0)
         logLine("ServicePort : {} silent peers dropped", dropped);
-    if (acceptAgainAt_ && *acceptAgainAt_ <= now) {
-        acceptAgainAt_.reset();
-        if (!watch(name_->listener(), listenerId))
-            acceptAgainAt_ = now + acceptPause;
-    }
-    std::uint64_t expirations = 0;
-    [[maybe_unused]] const ssize_t taken = read(timer_.get(), &expirations, sizeof expirations);
-    setTimer();
 }
 
 // Set only while somebody waits for it: a service at rest has no timer running.
 void ServicePort::setTimer() {
     std::optional<SteadyTime> next = acceptAgainAt_;
-    for (const auto& [id, connection] : connections_) {
-        if (connection.silentUntil && (!next || *connection.silentUntil < *next))
-            next = connection.silentUntil;
+    for (const Peer& peer : peers_) {
+        if (peer.silentUntil && (!next || *peer.silentUntil < *next))
+            next = peer.silentUntil;
     }
     if (next == timerSetTo_)
         return;

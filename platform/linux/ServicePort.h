@@ -7,8 +7,7 @@
 #include "ServiceName.h"
 
 #include <chrono>
-#include <cstdint>
-#include <map>
+#include <list>
 #include <memory>
 #include <optional>
 
@@ -23,9 +22,8 @@ struct ServiceLimits {
 
 /// The port behind a bootstrap name: accepts connections of root's and the agent's own user's
 /// processes and receives the messages of all of them. A peer that breaks the rules costs one log
-/// line and loses its connection. One descriptor stands for all of it, so that any run loop can
-/// watch it; at rest nothing wakes it.
-class ServicePort final : public Port, private RunLoopSource {
+/// line and loses its connection. At rest nothing wakes it.
+class ServicePort final : public Port {
   public:
     /// Null, with a log line, when the system has no descriptors to give.
     static std::unique_ptr<ServicePort> make(std::unique_ptr<ServiceName> name,
@@ -39,34 +37,54 @@ class ServicePort final : public Port, private RunLoopSource {
 
   private:
     using SteadyTime = std::chrono::steady_clock::time_point;
-    // Never used twice, unlike descriptors: an event of a closed connection meets nobody.
-    using ConnectionId = std::uint64_t;
-    struct Connection {
-        FileDescriptor socket;
-        bool hasSpoken = false;
-        std::optional<SteadyTime> silentUntil = std::nullopt;
+
+    // One of the descriptors that the port watches, and what it does when that is readable.
+    class Watched : public RunLoopSource {
+      public:
+        using Action = void (ServicePort::*)();
+        Watched(ServicePort& port, int descriptor, Action action)
+            : port_(port), descriptor_(descriptor), action_(action) {}
+        int descriptor() const override { return descriptor_; }
+        void ready() override { (port_.*action_)(); }
+
+      private:
+        ServicePort& port_;
+        int descriptor_;
+        Action action_;
     };
 
-    ServicePort(std::unique_ptr<ServiceName> name, ServiceLimits limits, FileDescriptor events,
-                FileDescriptor timer);
-    int descriptor() const override { return events_.get(); }
-    void ready() override;
-    bool watch(int descriptor, ConnectionId id);
+    class Peer final : public RunLoopSource {
+      public:
+        Peer(ServicePort& port, FileDescriptor socket) : port_(port), socket_(std::move(socket)) {}
+        int descriptor() const override { return socket_.get(); }
+        void ready() override { port_.receiveFrom(*this); }
+
+        bool hasSpoken = false;
+        std::optional<SteadyTime> silentUntil;
+
+      private:
+        ServicePort& port_;
+        FileDescriptor socket_;
+    };
+    enum class Receipt { peerStays, peerIsGone };
+
+    ServicePort(std::unique_ptr<ServiceName> name, ServiceLimits limits, FileDescriptor timer);
     void acceptPeer();
     bool admits(int socket);
     void pauseAccepting(int reason);
-    void receiveFrom(ConnectionId id);
+    Receipt receiveFrom(Peer& peer);
     void timeIsUp();
+    void dropSilentPeers(SteadyTime now);
     void setTimer();
 
     std::unique_ptr<ServiceName> name_;
     ServiceLimits limits_;
-    FileDescriptor events_;  // an epoll set of the listener, the timer and the connections
     FileDescriptor timer_;
+    Watched listenerSource_;
+    Watched timerSource_;
     std::optional<SteadyTime> timerSetTo_;
     std::optional<SteadyTime> acceptAgainAt_;
-    std::map<ConnectionId, Connection> connections_;
-    ConnectionId nextId_;
+    std::list<Peer> peers_;
     Handler handler_;
     PacketReceiver receiver_;
     RunLoop* loop_ = nullptr;
