@@ -125,8 +125,7 @@ std::string encodeURLQuery(std::string_view text) {
 
 std::string constructServerURL(std::string_view server, std::string_view port,
                                std::string_view contextPath, std::string_view requestPath) {
-    const std::string url =
-        fmt::format("https://{}:{}{}{}", server, port, contextPath, requestPath);
+    std::string url = fmt::format("https://{}:{}{}{}", server, port, contextPath, requestPath);
     logLine("constructServerURL : urlString  - {}", url);
     return url;
 }

@@ -21,8 +21,9 @@ std::string rotatedName(const std::string& path) {
     tm local{};
     localtime_r(&now, &local);
     char stamp[32];
-    strftime(stamp, sizeof stamp, "%d-%m-%Y %H-%M-%S", &local);
-    return std::filesystem::path(path).replace_extension().string() + stamp + ".log";
+    const std::size_t length = strftime(stamp, sizeof stamp, "%d-%m-%Y %H-%M-%S", &local);
+    return std::filesystem::path(path).replace_extension().string() + std::string(stamp, length) +
+           ".log";
 }
 
 void rotateWhenLarge(const std::string& path) {
@@ -41,7 +42,7 @@ void rotateWhenLarge(const std::string& path) {
 }
 
 // Standard error stays open across an exec, so that a child's complaints reach the log.
-bool becomeStandardError(FileDescriptor file) {
+bool becomeStandardError(FileDescriptor& file) {
     if (file.get() != STDERR_FILENO)
         return dup2(file.get(), STDERR_FILENO) == STDERR_FILENO;
     // Descriptor 2 was closed, and the opening itself took its place.
@@ -53,7 +54,7 @@ bool becomeStandardError(FileDescriptor file) {
 // sent over it.
 bool discardStandardError() {
     FileDescriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
-    return nowhere && becomeStandardError(std::move(nowhere));
+    return nowhere && becomeStandardError(nowhere);
 }
 
 // Opened here and not by freopen, which would make the file readable for others, follow a link
@@ -62,12 +63,13 @@ std::FILE* reopenStandardError(const std::string& path) {
     FileDescriptor file(open(
         path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
         S_IRUSR | S_IWUSR));
-    std::string reason = file ? "not a regular file" : strerror(errno);
+    const std::string reason = file ? "not a regular file" : strerror(errno);
     struct stat attributes {};
     const bool regular = file && fstat(file.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);
-    std::fflush(stderr);
-    if (regular && becomeStandardError(std::move(file)))
+    static_cast<void>(std::fflush(stderr));
+    if (regular && becomeStandardError(file))
         return stderr;
+    // Closed before descriptor 2 is given away, which it may have taken.
     file.reset();
     logLine("initLog : Log File[{}] could not be opened: {}", path, reason);
     discardStandardError();

@@ -14,7 +14,7 @@
 namespace quorl {
 namespace {
 
-constexpr std::size_t largestKeyFile = 64U * 1024;
+constexpr std::size_t largestKeyFile = std::size_t{64} << 10;
 
 // The key is the first 32 characters of the base64 text, not the bytes the text stands for: so
 // are the files that exist already.

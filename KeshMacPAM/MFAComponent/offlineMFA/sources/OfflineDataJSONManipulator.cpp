@@ -13,7 +13,7 @@ namespace quorl {
 namespace {
 
 // Room for far more users than a machine has.
-constexpr std::size_t largestFile = 64U * 1024 * 1024;
+constexpr std::size_t largestFile = std::size_t{64} << 20;
 
 }  // namespace
 
