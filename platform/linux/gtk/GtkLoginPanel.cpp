@@ -34,6 +34,7 @@ GtkLoginPanel::GtkLoginPanel(GtkBuilder* builder)
     compositingChanged();
     gtk_widget_add_events(GTK_WIDGET(window_), GDK_VISIBILITY_NOTIFY_MASK);
 
+    signals_.connect<&GtkLoginPanel::drawBackground>(window_, "draw", this);
     signals_.connect<&GtkLoginPanel::clicked>(button_, "clicked", this);
     signals_.connect<&GtkLoginPanel::clicked>(link_, "clicked", this);
     signals_.connect<&GtkLoginPanel::showPointingHand>(link_, "map", this);
@@ -140,6 +141,19 @@ void GtkLoginPanel::compositingChanged() {
         gtk_style_context_add_class(style, "see-through");
     else
         gtk_style_context_remove_class(style, "see-through");
+}
+
+gboolean GtkLoginPanel::drawBackground(cairo_t* drawing) {
+    // First to nothing: a see-through background drawn over what was there would gather.
+    cairo_save(drawing);
+    cairo_set_operator(drawing, CAIRO_OPERATOR_CLEAR);
+    cairo_paint(drawing);
+    cairo_restore(drawing);
+    GtkWidget* window = GTK_WIDGET(window_);
+    gtk_render_background(gtk_widget_get_style_context(window), drawing, 0, 0,
+                          gtk_widget_get_allocated_width(window),
+                          gtk_widget_get_allocated_height(window));
+    return GDK_EVENT_PROPAGATE;
 }
 
 gboolean GtkLoginPanel::visibilityChanged(GdkEvent* event) {

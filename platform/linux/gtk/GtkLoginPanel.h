@@ -36,6 +36,7 @@ class GtkLoginPanel final : public LoginPanel {
     void place();
     void monitorsChanged();
     void compositingChanged();
+    gboolean drawBackground(cairo_t* drawing);
     gboolean visibilityChanged(GdkEvent* event);
     void showPointingHand();
 

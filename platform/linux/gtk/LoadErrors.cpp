@@ -52,7 +52,8 @@ int loadErrorCode(const GError& error) {
     if (error.domain == G_RESOLVER_ERROR)
         return LoadErrorCode::cannotFindHost;
     if (error.domain == G_TLS_ERROR)
-        return LoadErrorCode::secureConnectionFailed;
+        return error.code == G_TLS_ERROR_EOF ? LoadErrorCode::networkConnectionLost
+                                             : LoadErrorCode::secureConnectionFailed;
     // Nobody stopped it: the engine gave up waiting by itself.
     return isCancellation(error) ? LoadErrorCode::timedOut : LoadErrorCode::unknown;
 }

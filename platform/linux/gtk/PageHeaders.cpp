@@ -36,7 +36,8 @@ std::string pageHeadersContentType(const std::string& sealed) {
 std::string sealPageHeaders(const PageHeaders& headers, std::string_view secret) {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE(variantType));
-    for (const auto& [name, value] : headers) {
+    g_variant_builder_add_value(&builder, bytesVariant(headers.load));
+    for (const auto& [name, value] : headers.fields) {
         g_variant_builder_add_value(&builder, bytesVariant(name));
         g_variant_builder_add_value(&builder, bytesVariant(value));
     }
@@ -59,9 +60,12 @@ std::optional<PageHeaders> openPageHeaders(std::string_view carried, std::string
     const Handle<GBytes, g_bytes_unref> bytes(g_bytes_new(data.get(), size));
     const Variant list(g_variant_ref_sink(
         g_variant_new_from_bytes(G_VARIANT_TYPE(variantType), bytes.get(), FALSE)));
-    PageHeaders headers;
-    for (gsize i = 0; i + 1 < g_variant_n_children(list.get()); i += 2)
-        headers.emplace_back(variantBytes(list.get(), i), variantBytes(list.get(), i + 1));
+    const gsize count = g_variant_n_children(list.get());
+    if (count % 2 == 0)
+        return std::nullopt;
+    PageHeaders headers{.load = variantBytes(list.get(), 0), .fields = {}};
+    for (gsize i = 1; i < count; i += 2)
+        headers.fields.emplace_back(variantBytes(list.get(), i), variantBytes(list.get(), i + 1));
     return headers;
 }
 

@@ -11,7 +11,11 @@ namespace quorl {
 /// The header fields of a page request, on their way to the web process, whose extension puts them
 /// into the request that goes out. They travel inside the request itself, sealed with a secret of
 /// this run that pages never see, so that no page can have headers set for it.
-using PageHeaders = std::vector<std::pair<std::string, std::string>>;
+struct PageHeaders {
+    std::string load;  ///< tells one load from another
+    std::vector<std::pair<std::string, std::string>> fields;
+    bool operator==(const PageHeaders&) const = default;
+};
 
 /// The header that carries them on a request without a body.
 inline constexpr const char* pageHeadersField = "X-Quorl-Page-Headers";

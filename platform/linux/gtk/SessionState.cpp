@@ -15,7 +15,9 @@ gint64 nextSequence() {
 
 GVariant* bodyElement(const std::string& body) {
     GVariant* bytes = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, body.data(), body.size(), 1);
-    return g_variant_new("(u@aysxmxmds)", elementIsData, bytes, "", gint64{0}, nullptr, nullptr,
+    GVariant* noLength = g_variant_new_maybe(G_VARIANT_TYPE_INT64, nullptr);
+    GVariant* noTime = g_variant_new_maybe(G_VARIANT_TYPE_DOUBLE, nullptr);
+    return g_variant_new("(u@aysx@mx@mds)", elementIsData, bytes, "", gint64{0}, noLength, noTime,
                          "");
 }
 

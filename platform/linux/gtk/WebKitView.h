@@ -46,7 +46,7 @@ class WebKitView final : public WebView {
     void loadForm();
     void restoreForm();
     void submitForm(const std::string& contentType);
-    std::string sealedHeaders(bool withContentType) const;
+    std::string sealedHeaders() const;
     void afterCookies(std::function<void()> step);
     void failLater(LoadError error);
 

@@ -117,7 +117,7 @@ void WebKitView::begin() {
         return;
     }
     const auto request = engineRequest(request_.url);
-    const std::string sealed = sealedHeaders(false);
+    const std::string sealed = sealedHeaders();
     SoupMessageHeaders* fields = webkit_uri_request_get_http_headers(request.get());
     if (fields && !sealed.empty())
         soup_message_headers_replace(fields, pageHeadersField, sealed.c_str());
@@ -140,7 +140,7 @@ void WebKitView::loadForm() {
 void WebKitView::restoreForm() {
     const std::string url = engineURL(request_.url);
     const std::string contentType = headerValue(request_, "Content-Type").value_or(formContentType);
-    const std::string sealed = sealedHeaders(true);
+    const std::string sealed = sealedHeaders();
     const FormPage page{
         .url = url,
         .referrer = originOf(request_.url).value_or(""),
@@ -187,20 +187,20 @@ void WebKitView::submitForm(const std::string& contentType) {
                               originOf(request_.url).value_or(blankPage).c_str());
 }
 
-std::string WebKitView::sealedHeaders(bool withContentType) const {
-    PageHeaders headers;
-    if (withContentType && !headerValue(request_, "Content-Type"))
-        headers.emplace_back("Content-Type", formContentType);
-    for (const auto& header : request_.headers) {
+std::string WebKitView::sealedHeaders() const {
+    PageHeaders headers{.load = std::to_string(generation_), .fields = {}};
+    if (request_.body && !headerValue(request_, "Content-Type"))
+        headers.fields.emplace_back("Content-Type", formContentType);
+    for (const auto& [name, value] : request_.headers) {
         // The engine takes cookies from its own store alone.
-        if (isHeader(header.first, "Cookie"))
+        if (isHeader(name, "Cookie"))
             continue;
-        if (isValidHeader(header.first, header.second))
-            headers.push_back(header);
+        if (isValidHeader(name, value))
+            headers.fields.emplace_back(name, value);
         else
-            logLine("WebKitView : the header {} is no valid one and stays behind", header.first);
+            logLine("WebKitView : the header {} is no valid one and stays behind", name);
     }
-    if (headers.empty() || engine_->headersSecret().empty())
+    if (headers.fields.empty() || engine_->headersSecret().empty())
         return {};
     return sealPageHeaders(headers, engine_->headersSecret());
 }

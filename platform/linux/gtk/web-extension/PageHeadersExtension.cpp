@@ -1,5 +1,9 @@
 // Runs inside the web process: puts the header fields of a page request into the request that goes
 // out, and takes them out again when the server redirects to another origin.
+//
+// The engine means to read a page that was posted from its cache first, and to send the body only
+// when that fails. Having no cache here, it sends the body at once, and once more when the answer
+// does not come. So the first attempt is led nowhere, and the second is the only one that is sent.
 #include "PageHeaders.h"
 #include "Url.h"
 
@@ -20,29 +24,29 @@ struct PageState {
     std::string url;                    ///< where it, or what it was redirected to, was sent last
 };
 
-std::optional<PageHeaders> carriedHeaders(SoupMessageHeaders* fields, const std::string& secret) {
-    for (const char* name : {pageHeadersField, "Content-Type"}) {
-        const char* carried = soup_message_headers_get_one(fields, name);
-        if (auto headers = carried ? openPageHeaders(carried, secret) : std::nullopt)
-            return headers;
-    }
-    return std::nullopt;
+constexpr const char* nowhere = "x-quorl:nowhere";
+constexpr const char* contentType = "Content-Type";
+
+std::optional<PageHeaders> carriedIn(const char* field, SoupMessageHeaders* fields,
+                                     const std::string& secret) {
+    const char* carried = soup_message_headers_get_one(fields, field);
+    return carried ? openPageHeaders(carried, secret) : std::nullopt;
 }
 
 bool isContentType(const std::string& name) {
-    return g_ascii_strcasecmp(name.c_str(), "Content-Type") == 0;
+    return g_ascii_strcasecmp(name.c_str(), contentType) == 0;
 }
 
 void put(SoupMessageHeaders* fields, const PageHeaders& headers) {
     soup_message_headers_remove(fields, pageHeadersField);
-    for (const auto& [name, value] : headers)
+    for (const auto& [name, value] : headers.fields)
         soup_message_headers_replace(fields, name.c_str(), value.c_str());
 }
 
 // The body's type stays where the body goes along.
 void take(SoupMessageHeaders* fields, const PageHeaders& headers) {
     soup_message_headers_remove(fields, pageHeadersField);
-    for (const auto& [name, value] : headers) {
+    for (const auto& [name, value] : headers.fields) {
         if (!isContentType(name))
             soup_message_headers_remove(fields, name.c_str());
         else if (soup_message_headers_get_one(fields, name.c_str()))
@@ -64,10 +68,21 @@ gboolean sendRequest(WebKitWebPage*, WebKitURIRequest* request, WebKitURIRespons
         state.url = url;
         if (originOf(url) != state.origin)
             take(fields, state.headers);
-    } else if (auto headers = carriedHeaders(fields, state.secret)) {
-        put(fields, *headers);
-        state = {state.secret, std::move(*headers), originOf(url), url};
+        return FALSE;
     }
+    auto headers = carriedIn(pageHeadersField, fields, state.secret);
+    if (!headers) {
+        headers = carriedIn(contentType, fields, state.secret);
+        if (!headers)
+            return FALSE;
+        if (state.headers.load != headers->load) {
+            state.headers = std::move(*headers);
+            webkit_uri_request_set_uri(request, nowhere);
+            return FALSE;
+        }
+    }
+    put(fields, *headers);
+    state = {state.secret, std::move(*headers), originOf(url), url};
     return FALSE;
 }
 
