@@ -6,9 +6,25 @@
 #include "SystemPaths.h"
 #include "WindowLayout.h"
 
-#include <assert.h>
+#include <errno.h>
+
+#include <cstdio>
+#include <cstdlib>
 
 namespace quorl {
+
+namespace {
+
+// In the form of assert(), which release builds leave out.
+[[noreturn]] void failAssertion() {
+    std::fprintf(stderr,
+                 "%s: AppDelegate:23: -[AppDelegate applicationDidFinishLaunching:]: "
+                 "Assertion `_window!= nil' failed.\n",
+                 program_invocation_short_name);
+    std::abort();
+}
+
+}  // namespace
 
 AppDelegate::AppDelegate(const AppServices& services)
     : application_(services.application),
@@ -32,8 +48,7 @@ AppDelegate::~AppDelegate() {
 void AppDelegate::applicationDidFinishLaunching() {
     // An interface description without its panel is a broken installation: stop where it shows.
     if (!window_ || !customBrowserWindow_)
-        __assert_fail("_window!= nil", "AppDelegate", 23,
-                      "-[AppDelegate applicationDidFinishLaunching:]");
+        failAssertion();
     machine_.defUser.clear();
     logLine("QUORLLoginAgent Application launched");
     appSupportDir_ = systemPaths().supportDirectory();

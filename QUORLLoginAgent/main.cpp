@@ -1,11 +1,14 @@
 #include "AppDelegate.h"
 #include "ArgumentDefaults.h"
 #include "GtkApplication.h"
+#include "Handle.h"
 #include "LinuxPortSystem.h"
 #include "ServerCommunicator.h"
 #include "SystemPaths.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <optional>
@@ -20,12 +23,21 @@ int exitStatus(bool succeeded) {
     return succeeded ? 0 : 1;
 }
 
+// An installer's terminal stays clean: what is logged before the log file is open goes nowhere.
+void silenceTerminal() {
+    const FileDescriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    if (nowhere)
+        dup2(nowhere.get(), STDERR_FILENO);
+}
+
 // The command-line actions; nothing when the application shall run.
 std::optional<int> runAction(const ArgumentDefaults& defaults) {
     if (defaults.stringForKey("action") != "updateAgentStatus")
         return std::nullopt;
-    ServerCommunicator communicator;
     const std::optional<std::string> status = defaults.stringForKey("status");
+    if (status == "install" || status == "uninstall")
+        silenceTerminal();
+    ServerCommunicator communicator;
     if (status == "uninstall")
         return exitStatus(communicator.updateAgentStatus(status));
     if (status == "install")
