@@ -3,6 +3,7 @@
 #include "GtkApplication.h"
 
 #include <algorithm>
+#include <map>
 
 namespace quorl::test {
 
@@ -142,30 +143,28 @@ void WebStage::show() {
 }
 
 std::vector<pid_t> WebStage::descendants(const std::string& name) {
-    std::vector<pid_t> found;
+    struct Process {
+        std::string name;
+        pid_t parent;
+    };
+    std::map<pid_t, Process> all;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         const std::string stat = TestSandbox::read(entry.path() / "stat");
         const auto open = stat.find('(');
         const auto close = stat.rfind(')');
-        if (open == std::string::npos || close == std::string::npos)
-            continue;
-        pid_t ancestor = std::stoi(entry.path().filename().string());
-        while (ancestor > 1 && ancestor != getpid()) {
-            const std::string above =
-                TestSandbox::read("/proc/" + std::to_string(ancestor) + "/stat");
-            const auto end = above.rfind(')');
-            ancestor = end == std::string::npos ? 0 : std::stoi(above.substr(end + 4));
-        }
-        const pid_t pid = std::stoi(stat);
-        if (ancestor == getpid() && pid != getpid() &&
-            stat.substr(open + 1, close - open - 1).starts_with(name))
+        if (close != std::string::npos && isdigit(entry.path().filename().string()[0]))
+            all[std::stoi(stat)] = {stat.substr(open + 1, close - open - 1),
+                                    std::stoi(stat.substr(close + 4))};
+    }
+    std::vector<pid_t> found;
+    for (const auto& [pid, process] : all) {
+        pid_t ancestor = process.parent;
+        while (ancestor != getpid() && all.contains(ancestor))
+            ancestor = all[ancestor].parent;
+        if (ancestor == getpid() && process.name.starts_with(name))
             found.push_back(pid);
     }
     return found;
-}
-
-std::string WebStage::folder(const std::string& name) {
-    return QUORL_SOURCE_DIR "/" + name;
 }
 
 }  // namespace quorl::test

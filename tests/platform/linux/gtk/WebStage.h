@@ -72,7 +72,6 @@ class WebStage : public ::testing::Test {
     void show();
     /// Processes below ours whose name begins so.
     static std::vector<pid_t> descendants(const std::string& name);
-    static std::string folder(const std::string& name);
 
     TestSandbox sandbox;
     XvfbDisplay display;
