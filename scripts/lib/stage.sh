@@ -99,7 +99,7 @@ start_display() {
     local file="$work/display.$RANDOM"
     Xvfb -displayfd 5 -screen 0 "$1x24" -nolisten tcp 5>"$file" 2>>"$work/xvfb.log" &
     pids+=($!)
-    wait_until 10 "the X server" grep -q . "$file"
+    wait_until 10 "the X server" test -s "$file"
     DISPLAY=:$(cat "$file")
     export DISPLAY
 }
@@ -126,7 +126,7 @@ ask() {
     local name=$1
     shift
     rm -f "$work/$name.answer"
-    "$bin/kesh-request" --runtime-dir "$work/$name/run" "$@" >"$work/$name.answer" \
+    "$bin/kesh-request" --runtime-dir "$work/$name/run" --timeout 300 "$@" >"$work/$name.answer" \
         2>>"$work/request.log" &
     request_pid=$!
 }
