@@ -14,10 +14,13 @@ struct Group {
     void (*run)(Figures&);
 };
 constexpr std::array groups = {
+    Group{"archive", benchArchive},
     Group{"https", benchHttps},
     Group{"launch", benchLaunch},
+    Group{"message", benchMessage},
     Group{"offline", benchOffline},
     Group{"store", benchStore},
+    Group{"totp", benchTotp},
 };
 
 }  // namespace
