@@ -3,11 +3,13 @@
 #include "ScreenGeometry.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace quorl {
 namespace {
 
 constexpr int stripHeight = 27;
+constexpr int stripReach = 120;
 constexpr int smallestWidth = 320;
 constexpr int smallestHeight = 240;
 
@@ -25,12 +27,14 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
     limits.min_height = smallestHeight;
     gtk_window_set_geometry_hints(window_, nullptr, &limits, GDK_HINT_MIN_SIZE);
     gtk_widget_hide(progressBar_);
+    gtk_widget_add_events(strip_, GDK_BUTTON_PRESS_MASK | GDK_BUTTON1_MOTION_MASK);
 
     signals_.connect<&GtkBrowserWindow::placeChild>(content_, "get-child-position", this);
     signals_.connect<&GtkBrowserWindow::configured>(window_, "configure-event", this);
     signals_.connect<&GtkBrowserWindow::mapped>(window_, "map-event", this);
     signals_.connect<&GtkBrowserWindow::deleteRequested>(window_, "delete-event", this);
     signals_.connect<&GtkBrowserWindow::stripPressed>(strip_, "button-press-event", this);
+    signals_.connect<&GtkBrowserWindow::stripDragged>(strip_, "motion-notify-event", this);
     signals_.connect<&GtkBrowserWindow::close>(gtk_builder_get_object(builder, "closeButton"),
                                                "clicked", this);
     signals_.connect<&GtkBrowserWindow::zoom>(gtk_builder_get_object(builder, "zoomButton"),
@@ -174,15 +178,31 @@ gboolean GtkBrowserWindow::deleteRequested(GdkEvent*) {
 }
 
 gboolean GtkBrowserWindow::stripPressed(GdkEvent* event) {
-    const GdkEventButton& button = event->button;
-    if (button.button != GDK_BUTTON_PRIMARY)
+    if (event->button.button != GDK_BUTTON_PRIMARY)
         return GDK_EVENT_PROPAGATE;
-    if (button.type == GDK_2BUTTON_PRESS)
+    drag_.reset();
+    if (event->type == GDK_2BUTTON_PRESS)
         zoom();
-    else if (button.type == GDK_BUTTON_PRESS)
-        gtk_window_begin_move_drag(window_, static_cast<gint>(button.button),
-                                   static_cast<gint>(button.x_root),
-                                   static_cast<gint>(button.y_root), button.time);
+    else if (event->type == GDK_BUTTON_PRESS)
+        drag_ = {event->button.x_root - place_.x, event->button.y_root - place_.y};
+    return GDK_EVENT_STOP;
+}
+
+// Moved by ourselves: the toolkit's own way takes hold of the pointer, and keeps it when the button
+// has been released meanwhile.
+gboolean GtkBrowserWindow::stripDragged(GdkEvent* event) {
+    const GdkEventMotion& motion = event->motion;
+    if (!drag_ || !(motion.state & GDK_BUTTON1_MASK))
+        return GDK_EVENT_PROPAGATE;
+    placeBeforeZoom_ = {};
+    // The strip stays within reach, or nobody could close the window.
+    const GdkRectangle monitor = loginMonitor();
+    const int x = static_cast<int>(std::lround(motion.x_root - drag_->x));
+    const int y = static_cast<int>(std::lround(motion.y_root - drag_->y));
+    place({std::clamp(x, monitor.x + stripReach - place_.width,
+                      monitor.x + monitor.width - stripReach),
+           std::clamp(y, monitor.y, monitor.y + monitor.height - stripHeight), place_.width,
+           place_.height});
     return GDK_EVENT_STOP;
 }
 

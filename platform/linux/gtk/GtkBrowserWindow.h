@@ -6,6 +6,8 @@
 
 #include <gtk/gtk.h>
 
+#include <optional>
+
 namespace quorl {
 
 /// The browser window, from the interface description: a title strip of its own, the progress bar,
@@ -46,6 +48,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     gboolean mapped(GdkEvent* event);
     gboolean deleteRequested(GdkEvent* event);
     gboolean stripPressed(GdkEvent* event);
+    gboolean stripDragged(GdkEvent* event);
     gboolean placeChild(GtkWidget* child, GdkRectangle* allocation);
     void monitorsChanged();
 
@@ -62,6 +65,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     Rect webRect_;
     double progress_ = 0;
     bool wantsFocus_ = false;
+    std::optional<Point> drag_;  ///< where in the window the strip is held
     KeyboardFocus focus_;
     SignalConnections signals_;
 };

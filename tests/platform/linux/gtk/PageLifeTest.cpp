@@ -19,7 +19,8 @@ TEST_F(PageLife, NothingRunsBeforeTheFirstPage) {
     EXPECT_EQ(delegate.take(), "");
 
     show();
-    EXPECT_EQ(load({.url = "about:blank"}), "policy about:blank, start, commit, finish about:blank");
+    EXPECT_EQ(load({.url = "about:blank"}),
+              "policy about:blank, start, commit, finish about:blank");
     EXPECT_EQ(evaluate("window.early"), "1");
     EXPECT_EQ(descendants("WebKitWebProces").size(), 1u);
 }
@@ -31,8 +32,13 @@ TEST_F(PageLife, ScriptsAnswerWithTheirValues) {
     view->loadFile(page);
     ASSERT_TRUE(until([this] { return delegate.count("finish file:///") == 1; }));
     const std::pair<const char*, const char*> cases[] = {
-        {"'t\u00e9xt'", "t\u00e9xt"}, {"14", "14"}, {"1.5", "1.5"}, {"true", "1"},
-        {"undefined", "nothing"}, {"null", "nothing"}, {"side", "loaded"},
+        {"'t\u00e9xt'", "t\u00e9xt"},
+        {"14", "14"},
+        {"1.5", "1.5"},
+        {"true", "1"},
+        {"undefined", "nothing"},
+        {"null", "nothing"},
+        {"side", "loaded"},
         {"document.getElementById('p').textContent", "text"},
     };
     for (const auto& [script, value] : cases)
@@ -43,9 +49,8 @@ TEST_F(PageLife, ScriptsAnswerWithTheirValues) {
     std::string order;
     for (int i = 0; i < 50; ++i) {
         view->evaluateJavaScript("document.body // " + std::to_string(i), nullptr);
-        view->evaluateJavaScript(std::to_string(i), [&](const ScriptResult& result) {
-            order += result->value() + " ";
-        });
+        view->evaluateJavaScript(
+            std::to_string(i), [&](const ScriptResult& result) { order += result->value() + " "; });
     }
     ASSERT_TRUE(until([&] { return order.ends_with("49 "); }));
     EXPECT_TRUE(order.starts_with("0 1 2 3 4 5 6 7 8 9 10 "));
@@ -98,8 +103,9 @@ TEST_F(PageLife, NavigationsAreAskedForAndRefusedOnesEndThere) {
         << told;
 
     load({.url = url("/page/echo")});
-    evaluate("const f = document.createElement('iframe'); f.src = '/page/refused-frame';"
-             "document.body.append(f); 1");
+    evaluate(
+        "const f = document.createElement('iframe'); f.src = '/page/refused-frame';"
+        "document.body.append(f); 1");
     ASSERT_TRUE(until([this] { return delegate.count("finish about:blank") == 1; }));
     EXPECT_EQ(delegate.take(), "policy /page/refused-frame, " + blank);
     EXPECT_TRUE(requests("/page/refused").empty() && requests("/page/refused-frame").empty());

@@ -23,7 +23,8 @@ TEST_F(WaysOut, NothingLeadsOutOfThePage) {
     const std::string path = "/page/ways-out";
     load({.url = url(path)});
     const auto click = [this](const std::string& id) {
-        return evaluate("document.getElementById('" + id + "').click();"
+        return evaluate("document.getElementById('" + id +
+                        "').click();"
                         "document.getElementById('tried').textContent");
     };
     EXPECT_EQ(click("open"), "open: refused");
@@ -59,9 +60,10 @@ TEST_F(WaysOut, NoPageKeepsAFileInput) {
     const std::string left =
         "document.querySelectorAll('input').length + ' ' +"
         "document.getElementById('frame').contentDocument.querySelectorAll('input').length";
-    evaluate("document.getElementById('add').click(); const late = document.createElement('input');"
-             "late.id = 'late'; document.body.append(late); late.type = 'file';"
-             "document.getElementById('hidden').click(); 1");
+    evaluate(
+        "document.getElementById('add').click(); const late = document.createElement('input');"
+        "late.id = 'late'; document.body.append(late); late.type = 'file';"
+        "document.getElementById('hidden').click(); 1");
     EXPECT_TRUE(until([&] { return evaluate(left) == "0 0"; }));
     serveFor(std::chrono::milliseconds(400));
     EXPECT_EQ(evaluate(left), "0 0");

@@ -1,0 +1,224 @@
+#include "Handle.h"
+#include "WebStage.h"
+
+#include <X11/Xlib.h>
+#include <signal.h>
+#include <unistd.h>
+
+namespace quorl::test {
+namespace {
+
+class WindowNotes final : public WindowDelegate {
+  public:
+    int resized = 0;
+    int closed = 0;
+    bool visibleWhenClosing = false;
+    BrowserWindow* window = nullptr;
+
+    void windowDidResize() override { ++resized; }
+    void windowWillClose() override {
+        ++closed;
+        visibleWhenClosing = window->isVisible();
+    }
+};
+
+class Windows : public WebStage {
+  public:
+    void SetUp() override {
+        WebStage::SetUp();
+        notes.window = &browser();
+        browser().setDelegate(&notes);
+    }
+    void TearDown() override {
+        browser().setDelegate(nullptr);
+        WebStage::TearDown();
+    }
+
+  protected:
+    BrowserWindow& browser() { return *application->browserWindow(); }
+    LoginPanel& panel() { return *application->loginPanel(); }
+    void act(const std::string& xdotool) {
+        Subprocess tool({.command = {"sh", "-c", "xdotool " + xdotool}});
+        EXPECT_TRUE(until([&] { return !tool.running(); }));
+        EXPECT_EQ(tool.wait(), 0) << xdotool;
+    }
+    void click(double x, double y) {
+        act("mousemove " + std::to_string(static_cast<int>(x)) + " " +
+            std::to_string(static_cast<int>(y)) + " click 1");
+    }
+    static constexpr double titleMiddle = 120 + 13;
+    static constexpr double closeButton = 192 + 896 - 20;
+    static constexpr double zoomButton = closeButton - 42;
+
+    WindowNotes notes;
+};
+
+// Another program's window, as the greeter's: it has the focus until ours appears.
+class OtherWindow {
+  public:
+    OtherWindow() : display_(XOpenDisplay(nullptr)) {
+        window_ = XCreateSimpleWindow(display_.get(), DefaultRootWindow(display_.get()), 0, 0, 50,
+                                      50, 0, 0, 0);
+        XMapWindow(display_.get(), window_);
+        XSync(display_.get(), False);
+        XSetInputFocus(display_.get(), window_, RevertToPointerRoot, CurrentTime);
+        XSync(display_.get(), False);
+    }
+    bool hasFocus() {
+        Window holder = None;
+        int revert = 0;
+        XGetInputFocus(display_.get(), &holder, &revert);
+        return holder == window_;
+    }
+    /// Asks the window at that place to close, as a window manager does.
+    void askToClose(int x, int y) {
+        Window root = DefaultRootWindow(display_.get());
+        Window child = None;
+        int ignored = 0;
+        XTranslateCoordinates(display_.get(), root, root, x, y, &ignored, &ignored, &child);
+        XEvent event{};
+        event.xclient.type = ClientMessage;
+        event.xclient.window = child;
+        event.xclient.message_type = XInternAtom(display_.get(), "WM_PROTOCOLS", False);
+        event.xclient.format = 32;
+        event.xclient.data.l[0] =
+            static_cast<long>(XInternAtom(display_.get(), "WM_DELETE_WINDOW", False));
+        XSendEvent(display_.get(), child, False, NoEventMask, &event);
+        XSync(display_.get(), False);
+    }
+
+  private:
+    struct Close {
+        void operator()(Display* display) const { XCloseDisplay(display); }
+    };
+    std::unique_ptr<Display, Close> display_;
+    Window window_ = None;
+};
+
+TEST_F(Windows, TheBrowserTakesTheKeyboardByItselfAndGivesItBack) {
+    OtherWindow greeter;
+    ASSERT_TRUE(greeter.hasFocus());
+    const std::string page = sandbox.root() / "page.htm";
+    TestSandbox::write(page, "<input id=i autofocus><script>document.title='t'</script>");
+    show();
+    view->loadFile(page);
+    ASSERT_TRUE(until([this] { return delegate.count("finish") == 1; }));
+    EXPECT_EQ(evaluate("innerWidth + 'x' + innerHeight"), "896x525");
+    ASSERT_TRUE(until([this] { return evaluate("document.hasFocus()") == "1"; }));
+    act("type 'Typed 0042'");
+    EXPECT_TRUE(
+        until([this] { return evaluate("document.getElementById('i').value") == "Typed 0042"; }));
+    act("key Escape");
+    EXPECT_TRUE(browser().isVisible());
+    browser().orderOut();
+    EXPECT_TRUE(until([&] { return greeter.hasFocus(); }));
+    EXPECT_EQ(notes.closed, 0);
+}
+
+TEST_F(Windows, TheBrowserClosesAndZoomsByItsOwnStrip) {
+    OtherWindow other;
+    show();
+    EXPECT_EQ(browser().frame(), (Rect{{192, 120}, {896, 560}}));
+    serveFor(std::chrono::milliseconds(200));
+    click(zoomButton, titleMiddle);
+    EXPECT_TRUE(until([this] { return browser().frame() == Rect{{0, 0}, {1280, 800}}; }));
+    EXPECT_GE(notes.resized, 1);
+    act("mousemove 640 13 click --repeat 2 --delay 50 1");
+    EXPECT_TRUE(until([this] { return browser().frame() == Rect{{192, 120}, {896, 560}}; }));
+    act("mousemove 640 133 mousedown 1 mousemove 600 150 mousemove 540 183 mouseup 1");
+    EXPECT_TRUE(until([this] { return browser().frame() == Rect{{92, 70}, {896, 560}}; }));
+    browser().center();
+
+    serveFor(std::chrono::milliseconds(200));
+    click(closeButton, titleMiddle);
+    ASSERT_TRUE(until([this] { return !browser().isVisible(); }));
+    EXPECT_EQ(notes.closed, 1);
+    EXPECT_TRUE(notes.visibleWhenClosing);
+
+    show();
+    serveFor(std::chrono::milliseconds(200));
+    other.askToClose(640, 400);
+    ASSERT_TRUE(until([this] { return !browser().isVisible(); }));
+    EXPECT_EQ(notes.closed, 2);
+}
+
+TEST_F(Windows, ThePanelsLinkAnswersWhileItIsEnabled) {
+    int clicked = 0;
+    application->setLinkAction([&] { ++clicked; });
+    EXPECT_EQ(panel().screenSize(), (Size{1280, 800}));
+    EXPECT_TRUE(panel().setButtonImage(QUORL_SOURCE_DIR "/resources/reset_icon.png"));
+    EXPECT_FALSE(panel().setButtonImage(QUORL_SOURCE_DIR "/resources/QUORLLoginAgent.ui"));
+    EXPECT_FALSE(panel().setButtonImage("/nonexistent.png"));
+    const Rect text = panel().buttonTextFrame();
+    panel().setButtonTextOrigin({text.origin.x, text.origin.y + 20});
+    EXPECT_EQ(panel().buttonTextFrame(), (Rect{{text.origin.x, text.origin.y + 20}, text.size}));
+    const double height = panel().frame().size.height;
+    panel().showAt({{1045, 0}, {215, height}});
+    EXPECT_EQ(panel().frame(), (Rect{{1045, 0}, {215, height}}));
+    EXPECT_LE(text.origin.x + text.size.width, 215);
+    EXPECT_GE(text.origin.y, 0);
+    EXPECT_LE(text.origin.y + 20 + text.size.height, height);
+
+    const Rect now = panel().buttonTextFrame();
+    const double x = 1045 + now.origin.x + now.size.width / 2;
+    const double y = 800 - now.origin.y - now.size.height / 2;
+    serveFor(std::chrono::milliseconds(200));
+    click(x, y);
+    EXPECT_TRUE(until([&] { return clicked == 1; }));
+    click(1045 + 30, y);
+    EXPECT_TRUE(until([&] { return clicked == 2; }));
+    panel().setEnabled(false);
+    click(x, y);
+    serveFor(std::chrono::milliseconds(200));
+    EXPECT_EQ(clicked, 2);
+    panel().setEnabled(true);
+    click(1, 1);
+    click(x, y);
+    EXPECT_TRUE(until([&] { return clicked == 3; }));
+}
+
+// Takes a byte at a time, and on the second leaves the loop from inside.
+class PipeSource final : public RunLoopSource {
+  public:
+    explicit PipeSource(RunLoop& loop) : loop_(loop) {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        reader_.reset(ends[0]);
+        writer_.reset(ends[1]);
+    }
+    int descriptor() const override { return reader_.get(); }
+    void ready() override {
+        char byte = 0;
+        if (read(reader_.get(), &byte, 1) == 1 && ++taken == 2)
+            loop_.remove(*this);
+    }
+    void send(int bytes) {
+        for (int i = 0; i < bytes; ++i)
+            EXPECT_EQ(write(writer_.get(), "x", 1), 1);
+    }
+
+    int taken = 0;
+
+  private:
+    RunLoop& loop_;
+    FileDescriptor reader_;
+    FileDescriptor writer_;
+};
+
+TEST_F(Windows, TheLoopServesDescriptorsAndEndsOnSIGTERM) {
+    PipeSource source(application->mainRunLoop());
+    application->mainRunLoop().add(source);
+    source.send(4);
+    EXPECT_TRUE(until([&] { return source.taken == 2; }));
+    serveFor(std::chrono::milliseconds(50));
+    EXPECT_EQ(source.taken, 2);
+
+    int ended = 0;
+    application->setWillTerminateHandler([&] { ++ended; });
+    kill(getpid(), SIGTERM);
+    EXPECT_EQ(application->run(), 0);
+    EXPECT_EQ(ended, 1);
+}
+
+}  // namespace
+}  // namespace quorl::test
