@@ -46,6 +46,15 @@ bool writeAll(int fd, ByteView content) {
     return true;
 }
 
+// The temporary file may have its group from the folder, so what it has is asked, not assumed.
+bool takeOwner(int fd, const struct stat& from) {
+    struct stat status {};
+    if (fstat(fd, &status) != 0)
+        return false;
+    return (status.st_uid == from.st_uid && status.st_gid == from.st_gid) ||
+           fchown(fd, from.st_uid, from.st_gid) == 0;
+}
+
 std::string folderOf(const std::string& path) {
     const std::filesystem::path folder = std::filesystem::path(path).parent_path();
     return folder.empty() ? "." : folder.string();
@@ -63,6 +72,10 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
         return tl::unexpected(std::string("not a regular file"));
     const mode_t finalMode = mode.value_or(exists ? old.st_mode & 07777 : mode_t{0600});
 
+    // Opened before anything changes, since the rename cannot be taken back.
+    const FileDescriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder)
+        return failure("cannot open the folder");
     std::string name = path + ".XXXXXX";
     // mkostemp creates with mode 0600, so the content is never readable for others before it is
     // meant to be.
@@ -70,8 +83,7 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
     if (!file)
         return failure("cannot create a temporary file");
     TemporaryFile temporary(name);
-    if (exists && !mode && (old.st_uid != geteuid() || old.st_gid != getegid()) &&
-        fchown(file.get(), old.st_uid, old.st_gid) != 0)
+    if (exists && !mode && !takeOwner(file.get(), old))
         return failure("cannot keep the owner");
     if (fchmod(file.get(), finalMode) != 0)
         return failure("cannot set the mode");
@@ -82,8 +94,7 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
     if (rename(name.c_str(), path.c_str()) != 0)
         return failure("cannot rename");
     temporary.keep();
-    const FileDescriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!folder || fsync(folder.get()) != 0)
+    if (fsync(folder.get()) != 0)
         return failure("cannot sync the folder");
     return {};
 }
