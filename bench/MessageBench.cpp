@@ -22,8 +22,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr int rounds = 60;
-constexpr int requestsPerRound = 100;
+constexpr int rounds = 240;
+constexpr int requestsPerRound = 25;
 
 // All threads on one processor: where the scheduler would put them is not what is measured.
 class Pinned {
