@@ -79,7 +79,8 @@ Bytes base32Decode(std::string_view text) {
             bytes.push_back(static_cast<std::uint8_t>(buffer >> pending));
         }
     }
-    bytes.resize(bytes.size() - std::min(padding, bytes.size()));
+    const auto dropped = static_cast<std::ptrdiff_t>(std::min(padding, bytes.size()));
+    bytes.erase(bytes.end() - dropped, bytes.end());
     return bytes;
 }
 

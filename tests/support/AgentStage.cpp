@@ -15,7 +15,8 @@ AgentStage::AgentStage() {
     outputOf({tool("make-test-certificates"), tls});
     // The folder that stands in place of the system's trust for the agent alone.
     namespace fs = std::filesystem;
-    fs::copy(tls + "/certs", sandbox.root() / "trust", fs::copy_options::copy_symlinks);
+    fs::copy(tls + "/certs", sandbox.root() / "trust",
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
     fs::copy(tls + "/ca-certificates.crt", sandbox.root() / "trust");
 }
 
