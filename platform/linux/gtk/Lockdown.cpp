@@ -71,6 +71,8 @@ GObjectHandle<WebKitSettings> Lockdown::settings() {
     webkit_settings_set_allow_file_access_from_file_urls(all, FALSE);
     webkit_settings_set_allow_universal_access_from_file_urls(all, FALSE);
     webkit_settings_set_enable_smooth_scrolling(all, FALSE);
+    // The error box is set in 10 px, which nobody reads from where they stand.
+    webkit_settings_set_minimum_font_size(all, 14);
     return settings;
 }
 
