@@ -98,9 +98,7 @@ void lookAtBindingTool(MachineEnvironment& environment) {
             environment.domainName = lastWord(line);
             logLine("setEnvironmentalDetails : got the domain name {}", environment.domainName);
         } else if (namesComputer(line)) {
-            std::string account = lastWord(line);
-            account.pop_back();  // its "$"
-            environment.machineName = account;
+            environment.machineName = computerName(lastWord(line));
             logLine("setEnvironmentalDetails : got the machine name {}", environment.machineName);
         }
     }

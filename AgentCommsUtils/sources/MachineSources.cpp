@@ -5,13 +5,13 @@
 #include "ProgramOutput.h"
 #include "PropertyList.h"
 #include "SystemPaths.h"
+#include "Utf8.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <unicode/utf8.h>
 #include <unistd.h>
 #include <utmp.h>
 
@@ -37,17 +37,6 @@ bool exists(const std::string& path) {
     return fs::exists(path, error);
 }
 
-bool isUtf8(std::string_view text) {
-    std::size_t at = 0;
-    while (at < text.size()) {
-        UChar32 character = 0;
-        U8_NEXT(text.data(), at, text.size(), character);
-        if (character < 0)
-            return false;
-    }
-    return true;
-}
-
 std::vector<std::string> linesOf(std::string_view text) {
     std::vector<std::string> lines;
     while (true) {
@@ -57,6 +46,15 @@ std::vector<std::string> linesOf(std::string_view text) {
             return lines;
         text.remove_prefix(end + 1);
     }
+}
+
+Found<Value> readDictionary(const std::string& path) {
+    auto dictionary = readPropertyListFile(path);
+    if (!dictionary)
+        return tl::unexpected(fmt::format("{}: {}", path, dictionary.error()));
+    if (!dictionary->is_object())
+        return tl::unexpected(fmt::format("{}: no dictionary", path));
+    return dictionary;
 }
 
 // Absent is nothing; anything but a text is a failure.
@@ -82,7 +80,7 @@ bool isUserName(std::string_view name) {
     const bool control = std::any_of(name.begin(), name.end(), [](char c) {
         return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
     });
-    return !name.empty() && !control && isUtf8(name);
+    return !name.empty() && !control && isPlainText(name);
 }
 
 // From the newest record backwards, through the file's last part only: it grows without bound.
@@ -119,20 +117,24 @@ std::vector<std::string> bindingEntries() {
 }
 
 Found<Value> readBinding(const std::string& entry) {
-    auto binding = readPropertyListFile(systemPaths().systemFile(bindingFolder) + "/" + entry);
-    if (binding && !binding->is_object())
-        return tl::unexpected(fmt::format("{} is no dictionary", entry));
-    return binding;
+    return readDictionary(systemPaths().systemFile(bindingFolder) + "/" + entry);
 }
 
 Found<std::optional<std::string>> bindingMachineName(const Value& binding) {
-    auto account = textUnder(binding, "trustaccount");
+    const auto account = textUnder(binding, "trustaccount");
     if (!account || !*account)
         return account;
-    std::string& name = **account;
-    if (name.empty())
+    if ((*account)->empty())
         return tl::unexpected(std::string("trustaccount is empty"));
-    name.resize(name.size() - 1);
+    return computerName(**account);
+}
+
+std::string computerName(std::string account) {
+    // A character of UTF-8 text begins where no continuation byte stands.
+    while (!account.empty() && (account.back() & 0xc0) == 0x80)
+        account.pop_back();
+    if (!account.empty())
+        account.pop_back();
     return account;
 }
 
@@ -154,7 +156,7 @@ Found<std::vector<std::string>> kerberosLines() {
         path = systemPaths().systemFile(linuxKerberosFile);
     const auto content = readFile(path, largestText);
     if (!content)
-        return tl::unexpected(content.error());
+        return tl::unexpected(fmt::format("{}: {}", path, content.error()));
     if (std::any_of(content->begin(), content->end(),
                     [](std::uint8_t byte) { return byte > 0x7f; }))
         return tl::unexpected(fmt::format("{}: not 7-bit text", path));
@@ -180,19 +182,17 @@ Found<std::vector<std::string>> bindingToolLines() {
     });
     if (!output)
         return tl::unexpected(output.error());
-    if (!isUtf8(*output))
-        return tl::unexpected(std::string("the tool's output is no UTF-8 text"));
+    if (!isPlainText(*output))
+        return tl::unexpected(std::string("the tool's output is no text"));
     return linesOf(*output);
 }
 
 Found<std::optional<LastUser>> lastUser() {
     const std::string preferences = systemPaths().systemFile(loginWindowFile);
     if (exists(preferences)) {
-        const auto dictionary = readPropertyListFile(preferences);
+        const auto dictionary = readDictionary(preferences);
         if (!dictionary)
             return tl::unexpected(dictionary.error());
-        if (!dictionary->is_object())
-            return tl::unexpected(preferences + " is no dictionary");
         return textUnder(*dictionary, "lastUserName").map([](auto name) {
             return std::optional(LastUser{name});
         });

@@ -23,6 +23,9 @@ Found<Value> readBinding(const std::string& entry);
 Found<std::optional<std::string>> bindingMachineName(const Value& binding);
 Found<std::optional<std::string>> bindingDomain(const Value& binding);
 
+/// The computer's name in that of its account: all but the last character, a "$".
+std::string computerName(std::string account);
+
 /// Lines of the Kerberos configuration (7-bit text), and the realm that a line names: nothing on
 /// lines without "default_realm".
 Found<std::vector<std::string>> kerberosLines();

@@ -123,8 +123,8 @@ INSTANTIATE_TEST_SUITE_P(
                 {lookingAtKerberos, "Exception"}},
         Machine{
             "TheToolWinsForTheDomainAlone",
-            {{bindings + "corp.plist", binding("mac1$", "corp.example.test")}, {tool, toolReport}},
-            "mac1",
+            {{bindings + "corp.plist", binding("macé", "corp.example.test")}, {tool, toolReport}},
+            "mac",
             "corp.example.test",
             "tool.example.test"},
         Machine{"AnEntryOfAnotherNameStillHidesKerberos",

@@ -163,7 +163,12 @@ TEST(VerifyCode, TakesTheCodesOfItsWindowAndNothingThatOnlyResemblesOne) {
 
 TEST(VerifyCode, RefusesParametersThatMakeNoSense) {
     constexpr std::int64_t at = 1'234'567'890'000;
-    const std::string right = "89005924";
+    // The code of the counter that the step leads to, whether it makes sense or not.
+    const auto codeFor = [&](std::int64_t step) {
+        const std::int64_t counter = step == 0 ? 0 : at / 1000 / step;
+        return *getTotpCode(base32Decode(rfcSecret), static_cast<std::uint64_t>(counter), "SHA1",
+                            8);
+    };
     const struct {
         TotpParameters parameters;
         bool accepted;
@@ -178,7 +183,7 @@ TEST(VerifyCode, RefusesParametersThatMakeNoSense) {
     for (const auto& row : rows) {
         const LogCapture log;
         const auto& given = row.parameters;
-        EXPECT_EQ(verifyCode(rfcSecret, right, at, given), row.accepted)
+        EXPECT_EQ(verifyCode(rfcSecret, codeFor(given.timeStep), at, given), row.accepted)
             << given.algorithm << " " << given.digits << " " << given.variance << " "
             << given.timeStep;
         // Only a window out of all bounds is worth a line; an empty code never passes.
@@ -189,7 +194,7 @@ TEST(VerifyCode, RefusesParametersThatMakeNoSense) {
     EXPECT_EQ(getTotpCode(asBytes("key"), 1, "SHA1", 10), std::nullopt);
 
     const LogCapture log;
-    EXPECT_FALSE(verifyCode(rfcSecret, right, at, {"MD5", 8, 2, 30}));
+    EXPECT_FALSE(verifyCode(rfcSecret, codeFor(30), at, {"MD5", 8, 2, 30}));
     EXPECT_EQ(log.count("Unsupported algorithm.\n"), 5U);
     // Times before 1970 and at the ends of the range are counters like any other.
     for (const std::int64_t millis : {INT64_MIN, std::int64_t{-1}, INT64_MAX})
