@@ -8,6 +8,9 @@ namespace quorl {
 namespace {
 
 constexpr int iconSize = 40;
+constexpr int textLines = 2;
+constexpr int textMargin = 10;  // padding and border of both sides
+constexpr const char* longTextClass = "long-text";
 constexpr std::chrono::milliseconds raiseDelay{200};
 
 guint16 pangoComponent(double value) {
@@ -86,6 +89,22 @@ bool GtkLoginPanel::setButtonImage(const std::string& path) {
 
 void GtkLoginPanel::setButtonText(const std::string& text) {
     gtk_label_set_text(label_, text.c_str());
+    gtk_widget_set_tooltip_text(button_, text.c_str());
+    atk_object_set_name(gtk_widget_get_accessible(button_), text.c_str());
+    GtkStyleContext* style = gtk_widget_get_style_context(GTK_WIDGET(label_));
+    gtk_style_context_remove_class(style, longTextClass);
+    if (!fits(text))
+        gtk_style_context_add_class(style, longTextClass);
+}
+
+// Whether the text stays within the lines that its place has room for.
+bool GtkLoginPanel::fits(const std::string& text) const {
+    const GObjectHandle<PangoLayout> layout(
+        gtk_widget_create_pango_layout(GTK_WIDGET(label_), text.c_str()));
+    const int room = static_cast<int>(buttonTextFrame().size.width) - textMargin;
+    pango_layout_set_width(layout.get(), room * PANGO_SCALE);
+    pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD_CHAR);
+    return pango_layout_get_line_count(layout.get()) <= textLines;
 }
 
 Rect GtkLoginPanel::buttonTextFrame() const {

@@ -32,6 +32,7 @@ class GtkLoginPanel final : public LoginPanel {
     void setEnabled(bool enabled) override;
 
   private:
+    bool fits(const std::string& text) const;
     void clicked();
     void place();
     void monitorsChanged();

@@ -13,7 +13,7 @@ constexpr const char* blankPage = "about:blank";
 void LoadTracker::requested() {
     phase_ = Phase::requested;
     own_ = true;
-    stopped_ = refused_ = retrying_ = startTold_ = unexplained_ = false;
+    stopped_ = refused_ = retrying_ = repeating_ = startTold_ = unexplained_ = false;
 }
 
 void LoadTracker::expect(const std::string& url, Purpose purpose) {
@@ -38,7 +38,10 @@ LoadTracker::Policy LoadTracker::navigationAction(const std::string& url, bool i
             return Policy::ignore;
         phase_ = Phase::decided;
         target_ = url;
-        return purpose_ == Purpose::prelude ? Policy::allow : Policy::ask;
+        if (purpose_ == Purpose::prelude)
+            return Policy::allow;
+        startTold_ = std::exchange(repeating_, false);
+        return startTold_ ? Policy::allow : Policy::ask;
     }
     if (isFormResubmission && std::exchange(retrying_, false)) {
         unexplained_ = false;
@@ -60,6 +63,11 @@ void LoadTracker::refused(bool isRedirect) {
 
 bool LoadTracker::takeUnexplained() {
     return std::exchange(unexplained_, false);
+}
+
+void LoadTracker::repeat() {
+    requested();
+    repeating_ = true;
 }
 
 void LoadTracker::givenUp() {
@@ -128,7 +136,7 @@ LoadTracker::Report LoadTracker::failure(Failure kind, bool afterCommit) {
 
 void LoadTracker::end() {
     phase_ = Phase::idle;
-    own_ = stopped_ = refused_ = retrying_ = startTold_ = false;
+    own_ = stopped_ = refused_ = retrying_ = repeating_ = startTold_ = false;
 }
 
 LoadTracker::Report LoadTracker::ended(Report report) {

@@ -44,6 +44,8 @@ class LoadTracker {
     void refused(bool isRedirect);
     /// True once after an unexplained cancellation: a load that follows now explains it.
     bool takeUnexplained();
+    /// Instead of giving up, the same load is handed to the engine once more, and nobody is told.
+    void repeat();
     /// Nothing followed an unexplained cancellation: the engine gave up by itself.
     void givenUp();
 
@@ -81,6 +83,7 @@ class LoadTracker {
     bool stopped_ = false;
     bool refused_ = false;     ///< the delegate refused a redirect of the running load
     bool retrying_ = false;    ///< the first attempt of a form has failed
+    bool repeating_ = false;    ///< the same load once more, allowed already
     bool startTold_ = false;   ///< the second attempt starts what has started already
     bool swallowEnd_ = false;  ///< "finished" follows each failure
     bool unexplained_ = false;

@@ -63,6 +63,7 @@ class WebKitView final : public WebView {
     void messageReceived(WebKitJavascriptResult* result);
     void deliver(LoadTracker::Report report, const LoadError& error);
     void explainCancellation();
+    void giveUp(LoadError error);
     void startTimer();
     void timeIsUp();
 
@@ -85,6 +86,10 @@ class WebKitView final : public WebView {
     LoadTracker tracker_;
     std::string committedURL_;
     bool timedOut_ = false;
+    std::chrono::steady_clock::time_point startedAt_;
+    bool handshakeCancelled_ = false;    ///< the engine broke off, not a page
+    bool certificateSuspected_ = false;  ///< and it was over the certificate
+    int handshakes_ = 0;                 ///< attempts that ended so
     bool diedSinceCommit_ = false;
     OneShotTimer timer_;
     OneShotTimer unexplained_;

@@ -7,8 +7,12 @@ namespace {
 
 // A load that replaces another follows within milliseconds.
 constexpr std::chrono::milliseconds explanationDelay{250};
+// The engine cancels a handshake by itself: at once over a certificate that it refuses, sometimes
+// without saying so; after ten seconds when the other end says nothing.
+constexpr std::chrono::seconds longestRefusal{5};
+constexpr int handshakeAttempts = 3;
 
-const char* text(const char* value) {
+std::string text(const char* value) {
     return value ? value : "";
 }
 
@@ -95,6 +99,7 @@ void WebKitView::loadChanged(WebKitLoadEvent event) {
     switch (event) {
         case WEBKIT_LOAD_STARTED:
             explainCancellation();
+            startedAt_ = std::chrono::steady_clock::now();
             report = tracker_.started();
             if (tracker_.awaitsCommit() && !timer_.running())
                 startTimer();
@@ -116,11 +121,13 @@ void WebKitView::loadChanged(WebKitLoadEvent event) {
 
 gboolean WebKitView::loadFailed(WebKitLoadEvent event, const char* url, GError* error) {
     const bool afterCommit = event == WEBKIT_LOAD_COMMITTED || event == WEBKIT_LOAD_FINISHED;
+    handshakeCancelled_ = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
+    certificateSuspected_ = handshakeCancelled_ && text(url).starts_with("https:") &&
+                            std::chrono::steady_clock::now() - startedAt_ < longestRefusal;
     const auto report = tracker_.failure(failureKind(*error), afterCommit);
     const int code =
         afterCommit && isCancellation(*error) ? LoadErrorCode::cancelled : loadErrorCode(*error);
-    deliver(report,
-            {.code = code, .description = std::string(text(error->message)) + ": " + text(url)});
+    deliver(report, {.code = code, .description = text(error->message) + ": " + text(url)});
     return TRUE;
 }
 
@@ -162,12 +169,7 @@ void WebKitView::deliver(LoadTracker::Report report, const LoadError& error) {
             delegate().didFailNavigation(error);
             break;
         case LoadTracker::Report::unexplained:
-            unexplained_.start(explanationDelay, [this, error] {
-                tracker_.givenUp();
-                timer_.stop();
-                delegate().didFailProvisionalNavigation(
-                    {.code = LoadErrorCode::timedOut, .description = error.description});
-            });
+            unexplained_.start(explanationDelay, [this, error] { giveUp(error); });
             break;
     }
 }
@@ -177,6 +179,24 @@ void WebKitView::explainCancellation() {
     if (tracker_.takeUnexplained())
         delegate().didFailProvisionalNavigation(
             {.code = LoadErrorCode::cancelled, .description = "Another page was asked for"});
+}
+
+void WebKitView::giveUp(LoadError error) {
+    const bool ours = tracker_.awaitsOwnPage();
+    if (certificateSuspected_ && ours && ++handshakes_ < handshakeAttempts) {
+        tracker_.repeat();
+        begin();
+        return;
+    }
+    tracker_.givenUp();
+    timer_.stop();
+    if (certificateSuspected_)
+        error.code = LoadErrorCode::serverCertificateUntrusted;
+    else if (!ours && !handshakeCancelled_)
+        error.code = LoadErrorCode::cancelled;  // the page stopped what it had begun
+    else
+        error.code = LoadErrorCode::timedOut;
+    delegate().didFailProvisionalNavigation(error);
 }
 
 void WebKitView::startTimer() {

@@ -84,6 +84,7 @@ void WebKitView::load(PageRequest request) {
     ++generation_;
     unexplained_.stop();
     timedOut_ = false;
+    handshakes_ = 0;
     tracker_.requested();
     startTimer();
     afterCookies([this] { begin(); });
@@ -209,6 +210,9 @@ void WebKitView::stopLoading() {
     if (!engine_)
         return;
     ++generation_;
+    unexplained_.stop();
+    if (tracker_.takeUnexplained())
+        tracker_.givenUp();
     tracker_.stopped();
     webkit_web_view_stop_loading(engine_->view());
     if (!tracker_.awaitsCommit())

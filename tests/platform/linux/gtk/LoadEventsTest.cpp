@@ -12,7 +12,7 @@ namespace {
 
 // What the engine was seen to say, word by word, and what is made of it. Words:
 // request, page:URL, form:URL, prelude:URL, policy:URL, resubmit:URL, refuse, refuseRedirect, stop,
-// start, commit:URL, finish, cancel, 102, error, lateError, giveUp, follow
+// start, commit:URL, finish, cancel, 102, error, lateError, giveUp, repeat, follow
 std::string told(const std::string& words) {
     using Report = LoadTracker::Report;
     using Failure = LoadTracker::Failure;
@@ -98,6 +98,8 @@ std::string told(const std::string& words) {
             report(tracker.failure(Failure::other, false));
         else if (verb == "lateError")
             report(tracker.failure(Failure::other, true));
+        else if (verb == "repeat")
+            tracker.repeat();
         else if (verb == "giveUp")
             tracker.givenUp();
         else if (verb == "follow")
@@ -150,6 +152,9 @@ TEST(LoadEvents, BelongToTheLoadThatWasAskedForLast) {
          "ask start commit finish"},
         {"the engine gives up", "request page:a policy:a start cancel finish giveUp follow",
          "ask start ? plain"},
+        {"once more",
+         "request page:a policy:a start cancel finish repeat page:a policy:a start error",
+         "ask start ? error"},
         {"the page changes its mind",
          "request page:a policy:a start commit:a finish policy:b start cancel finish follow "
          "policy:c "

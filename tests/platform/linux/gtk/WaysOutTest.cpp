@@ -51,6 +51,18 @@ TEST_F(WaysOut, NothingLeadsOutOfThePage) {
     EXPECT_TRUE(until([this] { return evaluate("window.answer") == "denied"; }));
 }
 
+TEST_F(WaysOut, NobodyIsAskedForAPassword) {
+    const std::string reply = sandbox.root() / "reply";
+    TestSandbox::write(reply,
+                       "HTTP/1.1 401 No\r\nWWW-Authenticate: Basic realm=\"r\"\r\n"
+                       "Content-Type: text/html\r\nContent-Length: 2\r\n\r\nno");
+    startServer({"--only", "/secret", "--raw-file", reply});
+    show();
+    EXPECT_EQ(load({.url = url("/secret")}), "policy /secret, start, commit, finish /secret");
+    EXPECT_EQ(evaluate("document.body.textContent"), "no");
+    EXPECT_EQ(strangeWindows(), 0);
+}
+
 TEST_F(WaysOut, NoPageKeepsAFileInput) {
     startServer();
     show();
