@@ -18,17 +18,10 @@ bool isText(const Value& value, std::string_view text) {
 }  // namespace
 
 Value parsePageMessage(const std::optional<std::string>& body) {
-    if (!body || body->size() > largestMessage)
+    if (!body || body->size() > largestMessage || jsonNesting(*body) > deepestMessage)
         return {};
-    bool tooDeep = false;
-    const auto boundDepth = [&tooDeep](int depth, Value::parse_event_t, Value&) {
-        tooDeep = tooDeep || depth > deepestMessage;
-        return !tooDeep;
-    };
-    Value message = Value::parse(*body, boundDepth, /*allow_exceptions=*/false);
-    if (tooDeep || !message.is_object())
-        return {};
-    return message;
+    Value message = Value::parse(*body, nullptr, /*allow_exceptions=*/false);
+    return message.is_object() ? message : Value();
 }
 
 PageMethod pageMethod(const Value& message) {

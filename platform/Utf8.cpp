@@ -45,8 +45,10 @@ void appendUtf8(std::uint32_t codePoint, std::string& out) {
 }
 
 bool isPlainText(std::string_view text) {
-    if (text.find('\0') != text.npos)
-        return false;
+    return text.find('\0') == text.npos && isUtf8(text);
+}
+
+bool isUtf8(std::string_view text) {
     for (std::size_t at = asciiPrefix(text); at < text.size();) {
         if (nextCodePoint(text, at) < 0)
             return false;

@@ -12,6 +12,9 @@ std::int32_t nextCodePoint(std::string_view text, std::size_t& at);
 
 void appendUtf8(std::uint32_t codePoint, std::string& out);
 
+/// Valid UTF-8 (RFC 3629).
+bool isUtf8(std::string_view text);
+
 /// Valid UTF-8 that holds no NUL.
 bool isPlainText(std::string_view text);
 

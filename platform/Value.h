@@ -38,6 +38,11 @@ std::int64_t toInteger(const Value& value);
 /// characters escaped.
 LogText description(const Value& value);
 
+/// How deep brackets nest in JSON text, strings passed over; of malformed JSON it says no more than
+/// that. Whoever copies, prints or destroys a value recurses, so texts from outside are measured
+/// before they are parsed.
+int jsonNesting(std::string_view text);
+
 /// The text with its control characters escaped (`\n`, `\U001b`), for one line of the log.
 std::string escapeControl(std::string_view text);
 

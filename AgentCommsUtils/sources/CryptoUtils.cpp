@@ -2,6 +2,7 @@
 
 #include "Handle.h"
 #include "Log.h"
+#include "Utf8.h"
 
 #include <nettle/hmac.h>
 #include <nettle/pbkdf2.h>
@@ -9,7 +10,6 @@
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/rand.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <limits>
@@ -72,22 +72,6 @@ std::optional<Bytes> runCipher(Direction direction, ByteView input, ByteView key
     }
     output.resize(static_cast<std::size_t>(written) + static_cast<std::size_t>(rest));
     return output;
-}
-
-bool isUtf8(ByteView bytes) {
-    std::size_t at = 0;
-    while (at < bytes.size()) {
-        UChar32 character = 0;
-        U8_NEXT(bytes.data(), at, bytes.size(), character);
-        if (character < 0)
-            return false;
-    }
-    return true;
-}
-
-bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 }  // namespace
@@ -157,7 +141,7 @@ std::optional<std::string> decrypt(std::string_view base64, ByteView key, ByteVi
     if (!plain)
         return std::nullopt;
     const WipeAtExit wiped(*plain);
-    if (!isUtf8(*plain))
+    if (!isUtf8(asText(*plain)))
         return std::nullopt;
     return toString(*plain);
 }

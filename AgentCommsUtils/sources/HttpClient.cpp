@@ -3,8 +3,7 @@
 #include "CommonUtils.h"
 #include "HttpExchange.h"
 #include "Log.h"
-
-#include <unicode/utf8.h>
+#include "Utf8.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -15,46 +14,12 @@ namespace {
 /// Deeper bodies do not parse: whoever copies or describes a value does so recursively.
 constexpr int maximumJsonDepth = 512;
 
-bool isTooDeep(std::string_view json) {
-    int depth = 0;
-    bool inText = false;
-    for (std::size_t i = 0; i < json.size(); ++i) {
-        const char c = json[i];
-        if (inText) {
-            if (c == '\\')
-                ++i;
-            else if (c == '"')
-                inText = false;
-        } else if (c == '"') {
-            inText = true;
-        } else if (c == '{' || c == '[') {
-            if (++depth > maximumJsonDepth)
-                return true;
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return false;
-}
-
 /// The dictionary or array; null for anything else.
 Value parseJson(std::string_view body) {
-    if (isTooDeep(body))
+    if (jsonNesting(body) > maximumJsonDepth)
         return nullptr;
     Value parsed = Value::parse(body, nullptr, false);
     return parsed.is_structured() ? parsed : Value(nullptr);
-}
-
-bool isUtf8(const std::string& text) {
-    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    const auto size = static_cast<std::int64_t>(text.size());
-    for (std::int64_t i = 0; i < size;) {
-        UChar32 c = 0;
-        U8_NEXT(bytes, i, size, c);
-        if (c < 0)
-            return false;
-    }
-    return true;
 }
 
 Value errorResult(const std::string& message) {

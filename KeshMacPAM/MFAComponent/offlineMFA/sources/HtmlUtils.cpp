@@ -1,29 +1,14 @@
 #include "HtmlUtils.h"
 
 #include "Log.h"
+#include "Utf8.h"
 
 #include <fmt/format.h>
-#include <unicode/utf8.h>
 
 #include <fstream>
 #include <iterator>
 
 namespace quorl {
-namespace {
-
-bool isUtf8(const std::string& text) {
-    const auto length = static_cast<std::int32_t>(text.size());
-    for (std::int32_t at = 0; at < length;) {
-        UChar32 character = 0;
-        U8_NEXT(text.data(), at, length, character);
-        if (character < 0)
-            return false;
-    }
-    return true;
-}
-
-}  // namespace
-
 HtmlUtils::HtmlUtils(WebView& webView, BrowserWindow& window, const Resources& resources)
     : webView_(webView), browserWindow_(window), resources_(resources) {}
 

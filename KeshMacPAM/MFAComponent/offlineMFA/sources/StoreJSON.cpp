@@ -24,29 +24,6 @@ bool nestsWithin(const Value& value, int levels) {
            });
 }
 
-// How deep brackets nest, texts skipped. Of malformed JSON it says no more than that.
-int bracketDepth(std::string_view text) {
-    int depth = 0;
-    int deepest = 0;
-    bool inText = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inText) {
-            if (c == '\\')
-                ++i;
-            else if (c == '"')
-                inText = false;
-        } else if (c == '"') {
-            inText = true;
-        } else if (c == '{' || c == '[') {
-            deepest = std::max(deepest, ++depth);
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return deepest;
-}
-
 Value parseLeavingOutDeepValues(std::string_view text) {
     logLine("JSONManipulator :: values nested deeper than {} levels are left out", deepestFile);
     const auto withinBounds = [](int depth, Value::parse_event_t event, const Value&) {
@@ -96,8 +73,8 @@ bool fitsStore(const Value& value) {
 }
 
 tl::expected<Value, std::string> parseStoreJSON(std::string_view text) {
-    Value parsed = bracketDepth(text) <= deepestFile ? Value::parse(text, nullptr, false)
-                                                     : parseLeavingOutDeepValues(text);
+    Value parsed = jsonNesting(text) <= deepestFile ? Value::parse(text, nullptr, false)
+                                                    : parseLeavingOutDeepValues(text);
     if (parsed.is_discarded())
         return tl::unexpected<std::string>("the text is not JSON");
     if (!parsed.is_object()) {
