@@ -212,6 +212,8 @@ bool BinaryPlistReader::keysDistinct(const Object& dictionary, Limits& left) con
 }
 
 std::uint64_t BinaryPlistReader::bigEndian(std::size_t at, std::size_t size) const {
+    if (size == 1)
+        return bytes_[at];
     std::uint64_t number = 0;
     for (std::size_t i = 0; i < size; ++i)
         number = number << 8 | bytes_[at + i];

@@ -191,17 +191,23 @@ tl::expected<Value, std::string> readPropertyListFile(const std::string& path) {
     });
 }
 
-tl::expected<void, std::string> writePropertyListFile(const std::string& path, const Value& value) {
-    const Plist plist = canBeWritten(value, 1) ? fromValue(value) : nullptr;
+std::optional<std::string> xmlPropertyList(const Value& value) {
+    // The root element is a level too.
+    const Plist plist = canBeWritten(value, 2) ? fromValue(value) : nullptr;
     if (!plist)
-        return tl::unexpected(std::string("holds what no XML property list can carry"));
+        return std::nullopt;
     char* xml = nullptr;
     std::uint32_t length = 0;
     plist_to_xml(plist.get(), &xml, &length);
     const XmlText text(xml);
-    if (!text)
-        return tl::unexpected(std::string("cannot be written as a property list"));
-    return replaceFile(path, asBytes({text.get(), length}));
+    return text ? std::optional(std::string(text.get(), length)) : std::nullopt;
+}
+
+tl::expected<void, std::string> writePropertyListFile(const std::string& path, const Value& value) {
+    const auto xml = xmlPropertyList(value);
+    if (!xml)
+        return tl::unexpected(std::string("holds what no XML property list can carry"));
+    return replaceFile(path, asBytes(*xml));
 }
 
 }  // namespace quorl

@@ -25,6 +25,11 @@ class Check {
     }
 
   private:
+    struct Element {
+        std::string_view name;
+        std::size_t children = 0;
+    };
+
     // Outside of the root only white space may stand between the tags.
     bool skipTo(char wanted) {
         const std::size_t at = std::min(rest_.find(wanted), rest_.size());
@@ -59,23 +64,38 @@ class Check {
         if (isEmpty)
             inner.remove_suffix(1);
         const std::string_view name = inner.substr(0, inner.find_first_of(whiteSpace));
-        if (closes) {
-            if (open_.empty() || open_.back() != name)
-                return false;
-            open_.pop_back();
-            return true;
-        }
-        const bool isRoot = open_.empty();
-        if (isRoot ? rootSeen_ || name != "plist" : !isElement(name))
+        if (!closes && !beginElement(name))
             return false;
+        return (!closes && !isEmpty) || endElement(name);
+    }
+
+    bool beginElement(std::string_view name) {
+        if (open_.empty() ? rootSeen_ || name != "plist" : !mayHold(open_.back(), name))
+            return false;
+        if (!open_.empty())
+            ++open_.back().children;
         rootSeen_ = true;
-        if (!isEmpty)
-            open_.push_back(name);
+        open_.push_back({name});
         return open_.size() <= deepest_;
     }
 
-    static bool isElement(std::string_view name) {
-        return std::find(elements.begin(), elements.end(), name) != elements.end();
+    bool endElement(std::string_view name) {
+        if (open_.empty() || open_.back().name != name ||
+            (name == "dict" && open_.back().children % 2 != 0))
+            return false;
+        open_.pop_back();
+        return true;
+    }
+
+    // Keys and values take turns in a dictionary; only it, a list and the root hold anything.
+    static bool mayHold(const Element& parent, std::string_view child) {
+        const bool isKey = child == "key";
+        if (std::find(elements.begin(), elements.end(), child) == elements.end())
+            return false;
+        if (parent.name == "dict")
+            return isKey == (parent.children % 2 == 0);
+        return !isKey &&
+               (parent.name == "array" || (parent.name == "plist" && parent.children == 0));
     }
 
     bool skipBehind(std::string_view end) {
@@ -88,7 +108,7 @@ class Check {
 
     std::string_view rest_;
     std::size_t deepest_;
-    std::vector<std::string_view> open_;
+    std::vector<Element> open_;
     bool rootSeen_ = false;
     bool valid_ = true;
 };

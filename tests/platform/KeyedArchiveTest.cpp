@@ -52,6 +52,12 @@ TEST(KeyedArchive, IsReadAndWrittenAsAnIndependentCoderDoes) {
     ASSERT_TRUE(data);
     EXPECT_EQ((*data)["d"], Value::binary({0x00, 0xff, 0x10}));
     EXPECT_EQ(python("read", toString(*archive(*data))), R"({"d": {"bytes": "00ff10"}})");
+    for (const char* form : {"write", "write --mutable"}) {
+        const auto day = unarchive(asBytes(
+            python(form, R"({"a":{"date":"2026-11-22T01:02:03"},"b":{"date":"1933-05-01"}})")));
+        ASSERT_TRUE(day) << form;
+        EXPECT_EQ(*day, (Value{{"a", "2026-11-22T01:02:03Z"}, {"b", "1933-05-01T00:00:00Z"}}));
+    }
 }
 
 TEST(KeyedArchive, TruncatedAtAnyByteOrExtendedGivesNothing) {
@@ -82,6 +88,68 @@ TEST(KeyedArchive, WhatIsNoBoundedBinaryListIsRefused) {
     EXPECT_FALSE(archive({{"x", std::string(1 << 20, 'x')}}));
     large.insert(large.begin() + 8, 400, 0);
     EXPECT_FALSE(unarchive(large));
+}
+
+TEST(KeyedArchive, EachBrokenFieldOfTheContainerIsRefused) {
+    const Bytes good = *archive({{"k", {true, std::string(40, 'Z')}}});
+    const std::size_t size = good.size();
+    ASSERT_EQ(good[size - 26], 2) << "bytes of an offset";
+    const std::size_t table = size - 32 - 2 * std::size_t{good[size - 17]};
+    struct Patch {
+        const char* field;
+        std::size_t at;
+        std::uint8_t value;
+    };
+    for (const auto& [field, at, value] : std::vector<Patch>{
+             {"magic", 7, '1'},
+             {"unused bytes", size - 32, 1},
+             {"sort version", size - 27, 1},
+             {"offset size 0", size - 26, 0},
+             {"offset size 9", size - 26, 9},
+             {"reference size 0", size - 25, 0},
+             {"reference size 9", size - 25, 9},
+             {"more objects", size - 17, static_cast<std::uint8_t>(good[size - 17] + 1)},
+             {"fewer objects", size - 17, static_cast<std::uint8_t>(good[size - 17] - 1)},
+             {"no objects", size - 17, 0},
+             {"2^56 objects", size - 24, 1},
+             {"top out of range", size - 9, good[size - 17]},
+             {"table beyond the end", size - 2, 0xff},
+             {"offset in the magic", table + 1, 7},
+             {"offset behind the objects", table, 0xff},
+             {"reference out of range", table - 1, good[size - 17]}}) {
+        Bytes bytes = good;
+        ASSERT_NE(bytes[at], value) << field;
+        bytes[at] = value;
+        EXPECT_FALSE(unarchive(bytes)) << field;
+    }
+    Bytes padded = good;
+    padded.insert(padded.end() - 32, 0);
+    EXPECT_FALSE(unarchive(padded)) << "a byte behind the offset table";
+    // A byte Z within a text would begin another text: objects may not overlap.
+    Bytes overlapping = good;
+    std::size_t entry = table;
+    while (good[std::size_t{good[entry]} << 8 | good[entry + 1]] != 0x09)
+        entry += 2;
+    const std::size_t within = toString(good).find("ZZZ");
+    overlapping[entry] = static_cast<std::uint8_t>(within >> 8);
+    overlapping[entry + 1] = static_cast<std::uint8_t>(within);
+    EXPECT_FALSE(unarchive(overlapping));
+}
+
+TEST(KeyedArchive, WhatIsAtALimitPassesAndWhatIsBeyondDoesNot) {
+    const auto nested = [](int levels) {
+        Value value = Value::object();
+        for (; levels > 1; --levels)
+            value = {{"k", value}};
+        return value;
+    };
+    EXPECT_EQ(unarchive(archive(nested(32)).value()), nested(32));
+    EXPECT_FALSE(archive(nested(33)));
+    const auto many = [](std::size_t entries) {
+        return Value{{"k", Value(std::vector<std::string>(entries, "v"))}};
+    };
+    EXPECT_EQ(unarchive(archive(many(19'900)).value()), many(19'900));
+    EXPECT_FALSE(archive(many(20'000)));
 }
 
 /// An archive laid out by hand, so that each rule can be broken by itself.
@@ -193,12 +261,55 @@ TEST(KeyedArchive, EachBrokenRuleOfTheLayoutIsRefused) {
                                            {l.writer.addReal(1e300), l.uid(l.cls("NSDate"))}));
         return oneEntry(l, l.place(l.text("k")), day);
     });
+    refused("a plist key that is a number", [](Layout& l) {
+        return l.uid(l.place(l.writer.addDictionary(
+            {l.text("NS.keys"), l.text("NS.objects"), l.text("$class"), l.writer.addInteger(1)},
+            {l.writer.addArray({}), l.writer.addArray({}), l.uid(l.cls("NSDictionary")),
+             l.text("x")})));
+    });
+    refused("a plist key that occurs twice", [](Layout& l) {
+        const Index none = l.writer.addArray({});
+        return l.uid(l.place(l.writer.addDictionary(
+            {l.text("NS.keys"), l.text("NS.objects"), l.text("$class"), l.text("NS.keys")},
+            {none, none, l.uid(l.cls("NSDictionary")), none})));
+    });
+    refused("plist nesting over 8", [](Layout& l) {
+        Index deep = l.writer.addArray({});
+        for (int i = 0; i < 8; ++i)
+            deep = l.writer.addArray({deep});
+        l.place(deep);
+        return l.uid(l.dictionary({}, {}, l.cls("NSDictionary")));
+    });
     refused("a bare list", [&](Layout& l) {
         return oneEntry(l, l.place(l.text("k")), l.place(l.writer.addArray({})));
     });
 }
 
 TEST(KeyedArchive, SharedReferencesAreCountedPerVisit) {
+    // One list of so many references to one number.
+    const auto shared = [](std::size_t references) {
+        Layout l;
+        const auto number = l.uid(l.place(l.writer.addInteger(7)));
+        const auto list = l.place(l.writer.addDictionary(
+            {l.text("NS.objects"), l.text("$class")},
+            {l.writer.addArray(std::vector<Index>(references, number)), l.uid(l.cls("NSArray"))}));
+        return unarchive(l.finish(l.uid(
+            l.dictionary({l.uid(l.place(l.text("k")))}, {l.uid(list)}, l.cls("NSDictionary")))));
+    };
+    EXPECT_EQ(shared(19'997), (Value{{"k", Value(std::vector<int>(19'997, 7))}}));
+    EXPECT_FALSE(shared(19'998));
+
+    // One long key of a plist dictionary that is met so many times.
+    const auto longKey = [](std::size_t visits) {
+        Layout l;
+        const std::string key(30'000, 'x');
+        const Index dictionary = l.writer.addDictionary({l.text(key)}, {l.text("y")});
+        l.objects.insert(l.objects.end(), visits, dictionary);
+        return unarchive(l.finish(l.uid(l.dictionary({}, {}, l.cls("NSDictionary")))));
+    };
+    EXPECT_EQ(longKey(100), Value::object());
+    EXPECT_FALSE(longKey(150));
+
     Layout layout;
     const auto listClass = layout.cls("NSArray");
     auto level = layout.place(layout.text("leaf"));

@@ -2,6 +2,7 @@
 standard output, `read` does the reverse. Archives follow the platform's layout; `--mutable` uses the
 mutable classes, `--shared` shares equal texts."""
 
+import datetime
 import json
 import plistlib
 import sys
@@ -19,10 +20,10 @@ class Writer:
         self.objects.append(item)
         return UID(len(self.objects) - 1)
 
-    def cls(self, kind):
-        name = "NS" + self.mutable + kind
+    def cls(self, kind, has_mutable=True):
+        name = "NS" + (self.mutable if has_mutable else "") + kind
         if name not in self.classes:
-            chain = [name] + (["NS" + kind] if self.mutable else []) + ["NSObject"]
+            chain = [name] + (["NS" + kind] if name != "NS" + kind else []) + ["NSObject"]
             self.classes[name] = self.place(
                 {"$classname": name, "$classes": chain, "$classhints": []})
         return self.classes[name]
@@ -48,6 +49,11 @@ class Writer:
             data = bytes.fromhex(value["bytes"])
             return self.place({"NS.data": data, "$class": self.cls("Data")}
                               if self.mutable else data)
+        if isinstance(value, dict) and set(value) == {"date"}:
+            date = datetime.datetime.fromisoformat(value["date"])
+            seconds = (date - datetime.datetime(2001, 1, 1)).total_seconds()
+            return self.place({"NS.time": seconds, "$class": self.cls("Date", False)}
+                              if self.mutable else date)
         if isinstance(value, dict):
             uid = self.place(None)
             # Keys are plain texts even where values are mutable.
