@@ -62,6 +62,8 @@ TEST_F(FilesTest, AFullDiskLeavesTheOldFile) {
     const rlimit limit{.rlim_cur = 1000, .rlim_max = RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &limit);
     EXPECT_FALSE(replaceFile(path("file"), Bytes(2000, 'x')));
+    const rlimit none{.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &none);
     EXPECT_EQ(TestSandbox::read(path("file")), "old");
     EXPECT_EQ(entries(), before) << "no temporary file stays";
 }
