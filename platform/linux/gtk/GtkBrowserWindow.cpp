@@ -32,6 +32,7 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
     signals_.connect<&GtkBrowserWindow::placeChild>(content_, "get-child-position", this);
     signals_.connect<&GtkBrowserWindow::configured>(window_, "configure-event", this);
     signals_.connect<&GtkBrowserWindow::mapped>(window_, "map-event", this);
+    signals_.connect<&GtkBrowserWindow::keyPressed>(window_, "key-press-event", this);
     signals_.connect<&GtkBrowserWindow::deleteRequested>(window_, "delete-event", this);
     signals_.connect<&GtkBrowserWindow::stripPressed>(strip_, "button-press-event", this);
     signals_.connect<&GtkBrowserWindow::stripDragged>(strip_, "motion-notify-event", this);
@@ -170,6 +171,17 @@ gboolean GtkBrowserWindow::mapped(GdkEvent*) {
     if (std::exchange(wantsFocus_, false))
         focus_.take(window_);
     return GDK_EVENT_PROPAGATE;
+}
+
+// A Tab that leaves the page comes twice: the engine moves the focus out, and then hands back the
+// key as one that it had no use for.
+gboolean GtkBrowserWindow::keyPressed(GdkEvent* event) {
+    const GdkEventKey& key = event->key;
+    if (key.keyval != GDK_KEY_Tab && key.keyval != GDK_KEY_ISO_Left_Tab)
+        return GDK_EVENT_PROPAGATE;
+    const bool handedBack = key.time == std::exchange(lastTab_, key.time);
+    return handedBack && gtk_window_get_focus(window_) != webWidget_ ? GDK_EVENT_STOP
+                                                                     : GDK_EVENT_PROPAGATE;
 }
 
 gboolean GtkBrowserWindow::deleteRequested(GdkEvent*) {

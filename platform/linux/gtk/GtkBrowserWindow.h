@@ -46,6 +46,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     void settled(const GdkRectangle& now);
     gboolean configured(GdkEvent* event);
     gboolean mapped(GdkEvent* event);
+    gboolean keyPressed(GdkEvent* event);
     gboolean deleteRequested(GdkEvent* event);
     gboolean stripPressed(GdkEvent* event);
     gboolean stripDragged(GdkEvent* event);
@@ -65,6 +66,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     Rect webRect_;
     double progress_ = 0;
     bool wantsFocus_ = false;
+    guint32 lastTab_ = 0;        ///< the time stamp of the last Tab key
     std::optional<Point> drag_;  ///< where in the window the strip is held
     KeyboardFocus focus_;
     SignalConnections signals_;

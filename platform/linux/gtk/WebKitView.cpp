@@ -8,6 +8,15 @@
 namespace quorl {
 namespace {
 
+// The engine goes on after the element that had the focus last, which leaves the page at once when
+// that was its last.
+constexpr const char* focusEndScript = R"js((() => {
+    const all = [...document.querySelectorAll('a[href], button, input, select, textarea, iframe,' +
+                                              '[tabindex]')]
+        .filter((e) => e.tabIndex >= 0 && !e.disabled && e.getClientRects().length > 0);
+    all.at(%END%)?.focus();
+})())js";
+
 constexpr const char* noPage = "no page has been loaded";
 
 ScriptResult toResult(JSCValue* value) {
@@ -47,6 +56,7 @@ bool WebKitView::startEngine() {
     signals_.connect<&WebKitView::loadChanged>(view, "load-changed", this);
     signals_.connect<&WebKitView::loadFailed>(view, "load-failed", this);
     signals_.connect<&WebKitView::certificateRefused>(view, "load-failed-with-tls-errors", this);
+    signals_.connect<&WebKitView::focusArrives>(view, "focus", this);
     signals_.connect<&WebKitView::progressChanged>(view, "notify::estimated-load-progress", this);
     signals_.connect<&WebKitView::processTerminated>(view, "web-process-terminated", this);
     const std::string channel = configuration_.scriptMessageHandlerName;
@@ -83,6 +93,18 @@ void WebKitView::evaluateJavaScript(const std::string& script, ScriptCompletion 
             completion(value ? toResult(value.get())
                              : ScriptResult(tl::unexpected(reason->message)));
         }));
+}
+
+gboolean WebKitView::focusArrives(GtkDirectionType direction) {
+    GtkWidget* view = GTK_WIDGET(engine_->view());
+    const bool backward = direction == GTK_DIR_TAB_BACKWARD;
+    if (gtk_widget_has_focus(view) || !(backward || direction == GTK_DIR_TAB_FORWARD))
+        return FALSE;
+    gtk_widget_grab_focus(view);
+    std::string script = focusEndScript;
+    script.replace(script.find("%END%"), 5, backward ? "-1" : "0");
+    evaluateJavaScript(script, nullptr);
+    return TRUE;
 }
 
 void WebKitView::addUserScript(const std::string& source) {

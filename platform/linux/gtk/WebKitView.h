@@ -60,6 +60,7 @@ class WebKitView final : public WebView {
                                 GTlsCertificateFlags faults);
     void progressChanged(GParamSpec*);
     void processTerminated(WebKitWebProcessTerminationReason reason);
+    gboolean focusArrives(GtkDirectionType direction);
     void messageReceived(WebKitJavascriptResult* result);
     void deliver(LoadTracker::Report report, const LoadError& error);
     void explainCancellation();

@@ -115,6 +115,48 @@ TEST_F(Windows, TheBrowserTakesTheKeyboardByItselfAndGivesItBack) {
     EXPECT_EQ(notes.closed, 0);
 }
 
+TEST_F(Windows, EverythingIsReachedByKeyboardAlone) {
+    const std::string page = sandbox.root() / "page.htm";
+    TestSandbox::write(page, "<input id=i autofocus><button id=b>last</button>");
+    show();
+    view->loadFile(page);
+    ASSERT_TRUE(until([this] { return delegate.count("finish") == 1; }));
+    const auto focused = [this](const std::string& id) {
+        return until([&] { return evaluate("document.activeElement.id") == id; },
+                     std::chrono::seconds(3));
+    };
+    ASSERT_TRUE(focused("i"));
+    act("key Tab");
+    ASSERT_TRUE(focused("b"));
+    // Out to the strip's two buttons and in again, both ways round.
+    const auto inPage = [this](bool wanted) {
+        return until([&] { return (evaluate("document.hasFocus()") == "1") == wanted; });
+    };
+    act("key Tab");
+    ASSERT_TRUE(inPage(false));
+    act("key Tab Tab");
+    ASSERT_TRUE(inPage(true));
+    EXPECT_TRUE(focused("i"));
+    act("key shift+Tab");
+    ASSERT_TRUE(inPage(false));
+    act("key shift+Tab shift+Tab");
+    ASSERT_TRUE(inPage(true));
+    EXPECT_TRUE(focused("b"));
+    act("key Tab");
+    ASSERT_TRUE(inPage(false));
+    act("key Tab");
+    act("key space");
+    ASSERT_TRUE(until([this] { return !browser().isVisible(); }));
+    EXPECT_EQ(notes.closed, 1);
+
+    int clicked = 0;
+    application->setLinkAction([&] { ++clicked; });
+    panel().showAt({{1045, 0}, panel().frame().size});
+    serveFor(std::chrono::milliseconds(100));
+    act("mousemove 1050 795 key Tab Return");
+    EXPECT_TRUE(until([&] { return clicked == 1; }));
+}
+
 TEST_F(Windows, TheBrowserClosesAndZoomsByItsOwnStrip) {
     OtherWindow other;
     show();
