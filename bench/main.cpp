@@ -14,12 +14,8 @@ struct Group {
     void (*run)(Figures&);
 };
 constexpr std::array groups = {
-    Group{"archive", benchArchive},
-    Group{"https", benchHttps},
-    Group{"launch", benchLaunch},
-    Group{"message", benchMessage},
-    Group{"offline", benchOffline},
-    Group{"store", benchStore},
+    Group{"archive", benchArchive}, Group{"https", benchHttps},     Group{"launch", benchLaunch},
+    Group{"message", benchMessage}, Group{"offline", benchOffline}, Group{"store", benchStore},
     Group{"totp", benchTotp},
 };
 

@@ -1,11 +1,11 @@
 // Keeps the offline store from the command line, for the components that link the offline part: the
 // sync after an online logon, and the limits around an offline one.
+#include "EnrollmentHandler.h"
+
 #include <sys/stat.h>
 
 #include <cstdio>
 #include <string_view>
-
-#include "EnrollmentHandler.h"
 
 namespace {
 
