@@ -1,9 +1,6 @@
 #include "WebStage.h"
 
-#include <errno.h>
-#include <fmt/format.h>
 #include <sched.h>
-#include <string.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -12,32 +9,42 @@ namespace {
 
 // The tests' own authority is the only one that this process and its children trust: its bundle
 // lies over the system's, in a mount namespace of their own.
-class Certificates : public WebStage {
+class OwnTrust {
   protected:
-    Certificates() {
-        const uid_t uid = getuid();
-        const gid_t gid = getgid();
-        ready_ = unshare(uid == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER) == 0;
-        if (uid != 0) {
-            TestSandbox::write("/proc/self/setgroups", "deny");
-            TestSandbox::write("/proc/self/uid_map", fmt::format("{} {} 1", uid, uid));
-            TestSandbox::write("/proc/self/gid_map", fmt::format("{} {} 1", gid, gid));
-        }
-        ready_ = ready_ && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    OwnTrust() {
+        if (getuid() != 0)
+            startAgainAsRootOfANamespace();
+        ready_ = unshare(CLONE_NEWNS) == 0 &&
+                 mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                  mount(QUORL_TEST_CERTIFICATES "/ca-certificates.crt",
                        "/etc/ssl/certs/ca-certificates.crt", nullptr, MS_BIND, nullptr) == 0;
     }
+
+    bool ready_ = false;
+
+  private:
+    // An ordinary user may mount only there, and a program with threads cannot move there itself.
+    static void startAgainAsRootOfANamespace() {
+        std::string words = TestSandbox::read("/proc/self/cmdline");
+        std::vector<char*> command{const_cast<char*>("unshare"), const_cast<char*>("-rm")};
+        for (std::size_t at = 0; at < words.size(); at = words.find('\0', at) + 1)
+            command.push_back(words.data() + at);
+        command.push_back(nullptr);
+        execvp(command[0], command.data());
+    }
+};
+
+// Trust comes before the stage, which starts other processes.
+class Certificates : OwnTrust, public WebStage {
+  protected:
     void SetUp() override {
-        ASSERT_TRUE(ready_) << "no mount namespace of our own: " << strerror(errno);
+        ASSERT_TRUE(ready_) << "no mount namespace of our own";
         WebStage::SetUp();
     }
     void serve(const std::string& certificate) {
         const std::string base = QUORL_TEST_CERTIFICATES "/" + certificate;
         startServer({"--cert", base + ".pem", "--key", base + ".key"});
     }
-
-  private:
-    bool ready_ = false;
 };
 
 TEST_F(Certificates, AreVerifiedAndTheirFaultsHaveCodes) {
