@@ -156,8 +156,8 @@ void AgentStage::request(const Value& dictionary) {
     const std::string input = (sandbox.root() / ("request" + std::to_string(requests_))).string();
     TestSandbox::write(input, dictionary.dump());
     client_ = std::make_unique<Subprocess>(
-        Subprocess::Options{.command = {tool("kesh-request"), "--json", "--runtime-dir",
-                                        (sandbox.root() / "run").string()},
+        Subprocess::Options{.command = {tool("kesh-request"), "--json", "--timeout", "300",
+                                        "--runtime-dir", (sandbox.root() / "run").string()},
                             .output = input + ".answer",
                             .input = input});
 }
