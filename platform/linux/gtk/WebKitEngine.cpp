@@ -4,6 +4,7 @@
 #include "Log.h"
 
 #include <filesystem>
+#include <string_view>
 
 namespace quorl {
 namespace {
@@ -29,6 +30,12 @@ GObjectHandle<WebKitWebContext> makeContext(CertificatePolicy certificates) {
     webkit_cookie_manager_set_accept_policy(
         webkit_website_data_manager_get_cookie_manager(data.get()),
         WEBKIT_COOKIE_POLICY_ACCEPT_NO_THIRD_PARTY);
+    // A login screen's services often run without a language, and "C" is none that a page knows.
+    const char* language = g_get_language_names()[0];
+    if (language == std::string_view("C") || language == std::string_view("C.UTF-8")) {
+        const char* const languages[] = {"en", nullptr};
+        webkit_web_context_set_preferred_languages(context.get(), languages);
+    }
     return context;
 }
 
