@@ -83,7 +83,7 @@ class LoadTracker {
     bool stopped_ = false;
     bool refused_ = false;     ///< the delegate refused a redirect of the running load
     bool retrying_ = false;    ///< the first attempt of a form has failed
-    bool repeating_ = false;    ///< the same load once more, allowed already
+    bool repeating_ = false;   ///< the same load once more, allowed already
     bool startTold_ = false;   ///< the second attempt starts what has started already
     bool swallowEnd_ = false;  ///< "finished" follows each failure
     bool unexplained_ = false;
