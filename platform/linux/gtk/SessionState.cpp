@@ -21,14 +21,18 @@ GVariant* bodyElement(const std::string& body) {
                          "");
 }
 
-GVariant* formBody(const FormPage& page) {
-    GVariant* elements[] = {bodyElement(page.body)};
+constexpr const char* bodyType = "(sa(uaysxmxmds))";
+
+GVariant* pageBody(const HistoryPage& page) {
+    if (!page.body)
+        return g_variant_new_maybe(G_VARIANT_TYPE(bodyType), nullptr);
+    GVariant* elements[] = {bodyElement(page.body->content)};
     GVariant* list = g_variant_new_array(nullptr, elements, 1);
-    GVariant* body = g_variant_new("(s@a(uaysxmxmds))", page.contentType.c_str(), list);
+    GVariant* body = g_variant_new("(s@a(uaysxmxmds))", page.body->contentType.c_str(), list);
     return g_variant_new_maybe(nullptr, body);
 }
 
-GVariant* frame(const FormPage& page) {
+GVariant* frame(const HistoryPage& page) {
     GVariant* noStrings = g_variant_new_strv(nullptr, 0);
     GVariant* noObject = g_variant_new_maybe(G_VARIANT_TYPE("ay"), nullptr);
     GVariant* noChildren = g_variant_new_array(G_VARIANT_TYPE_VARIANT, nullptr, 0);
@@ -36,12 +40,12 @@ GVariant* frame(const FormPage& page) {
     const gint64 item = nextSequence();
     return g_variant_new("(ssss@as@mayxx(ii)d@m(sa(uaysxmxmds))@av)", page.url.c_str(),
                          page.url.c_str(), page.referrer.c_str(), "", noStrings, noObject, document,
-                         item, 0, 0, 1.0, formBody(page), noChildren);
+                         item, 0, 0, 1.0, pageBody(page), noChildren);
 }
 
 }  // namespace
 
-GVariant* sessionStateOf(const FormPage& page) {
+GVariant* sessionStateOf(const HistoryPage& page) {
     GVariant* items[] = {
         g_variant_new("(s@(ssssasmayxx(ii)dm(sa(uaysxmxmds))av)u)", "", frame(page), ordinaryPage)};
     GVariant* list = g_variant_new_array(nullptr, items, 1);

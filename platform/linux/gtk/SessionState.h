@@ -4,21 +4,25 @@
 
 #include <gio/gio.h>
 
+#include <optional>
 #include <string>
 
 namespace quorl {
 
-/// A page that is reached by sending a body: what a session's history holds of it.
-struct FormPage {
+/// What a session's history holds of a page.
+struct HistoryPage {
+    struct Body {
+        std::string contentType;
+        std::string content;
+    };
     std::string url;
     std::string referrer;
-    std::string contentType;
-    std::string body;
+    std::optional<Body> body;  ///< for a page that is reached by sending one
 };
 
 /// The history of a view whose only page is that one, in the form in which the engine itself
-/// stores a page that was posted (version 2 of its format). Each has sequence numbers of its own,
+/// stores it (version 2 of its format). Each has sequence numbers of its own,
 /// or the engine would take two for the same document and send nothing.
-GVariant* sessionStateOf(const FormPage& page);
+GVariant* sessionStateOf(const HistoryPage& page);
 
 }  // namespace quorl

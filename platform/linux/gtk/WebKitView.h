@@ -5,6 +5,7 @@
 #include "GtkBrowserWindow.h"
 #include "LoadTracker.h"
 #include "Lockdown.h"
+#include "SessionState.h"
 #include "WebKitEngine.h"
 #include "WebView.h"
 
@@ -45,6 +46,7 @@ class WebKitView final : public WebView {
     void begin();
     void loadForm();
     void restoreForm();
+    bool restore(const HistoryPage& page, LoadTracker::Purpose purpose);
     void submitForm(const std::string& contentType);
     std::string sealedHeaders() const;
     void afterCookies(std::function<void()> step);
@@ -91,6 +93,7 @@ class WebKitView final : public WebView {
     bool handshakeCancelled_ = false;    ///< the engine broke off, not a page
     bool certificateSuspected_ = false;  ///< and it was over the certificate
     int handshakes_ = 0;                 ///< attempts that ended so
+    static constexpr int handshakeAttempts = 3;
     bool diedSinceCommit_ = false;
     OneShotTimer timer_;
     OneShotTimer unexplained_;

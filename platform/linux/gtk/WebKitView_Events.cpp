@@ -10,7 +10,6 @@ constexpr std::chrono::milliseconds explanationDelay{250};
 // The engine cancels a handshake by itself: at once over a certificate that it refuses, sometimes
 // without saying so; after ten seconds when the other end says nothing.
 constexpr std::chrono::seconds longestRefusal{5};
-constexpr int handshakeAttempts = 3;
 
 std::string text(const char* value) {
     return value ? value : "";
@@ -169,7 +168,10 @@ void WebKitView::deliver(LoadTracker::Report report, const LoadError& error) {
             delegate().didFailNavigation(error);
             break;
         case LoadTracker::Report::unexplained:
-            unexplained_.start(explanationDelay, [this, error] { giveUp(error); });
+            // A page never breaks off a handshake, so nothing is to follow that one.
+            unexplained_.start(
+                handshakeCancelled_ ? std::chrono::milliseconds(1) : explanationDelay,
+                [this, error] { giveUp(error); });
             break;
     }
 }

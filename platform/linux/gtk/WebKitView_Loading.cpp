@@ -117,6 +117,13 @@ void WebKitView::begin() {
         loadForm();
         return;
     }
+    // For a page that it is told to load the engine opens a connection ahead, and when that one's
+    // certificate is refused, the page is cancelled without a reason. A page of the history has
+    // no such forerunner, and its failure has its cause.
+    if (handshakes_ == handshakeAttempts - 1 &&
+        restore({.url = engineURL(request_.url), .referrer = "", .body = std::nullopt},
+                LoadTracker::Purpose::page))
+        return;
     const auto request = engineRequest(request_.url);
     const std::string sealed = sealedHeaders();
     SoupMessageHeaders* fields = webkit_uri_request_get_http_headers(request.get());
@@ -139,27 +146,30 @@ void WebKitView::loadForm() {
 }
 
 void WebKitView::restoreForm() {
-    const std::string url = engineURL(request_.url);
     const std::string contentType = headerValue(request_, "Content-Type").value_or(formContentType);
     const std::string sealed = sealedHeaders();
-    const FormPage page{
-        .url = url,
+    const HistoryPage page{
+        .url = engineURL(request_.url),
         .referrer = originOf(request_.url).value_or(""),
-        .contentType = sealed.empty() ? contentType : pageHeadersContentType(sealed),
-        .body = *request_.body};
+        .body = HistoryPage::Body{sealed.empty() ? contentType : pageHeadersContentType(sealed),
+                                  *request_.body}};
+    if (!restore(page, LoadTracker::Purpose::form))
+        submitForm(contentType);
+}
+
+bool WebKitView::restore(const HistoryPage& page, LoadTracker::Purpose purpose) {
     const Handle<GVariant, g_variant_unref> state(sessionStateOf(page));
     const Bytes bytes(g_variant_get_data_as_bytes(state.get()));
     WebKitWebViewSessionState* session = webkit_web_view_session_state_new(bytes.get());
-    if (!session) {
-        submitForm(contentType);
-        return;
-    }
+    if (!session)
+        return false;
     webkit_web_view_restore_session_state(engine_->view(), session);
     webkit_web_view_session_state_unref(session);
     WebKitBackForwardList* history = webkit_web_view_get_back_forward_list(engine_->view());
-    tracker_.expect(url, LoadTracker::Purpose::form);
+    tracker_.expect(page.url, purpose);
     webkit_web_view_go_to_back_forward_list_item(
         engine_->view(), webkit_back_forward_list_get_current_item(history));
+    return true;
 }
 
 // The way for an engine that does not take the state: exact for ordinary forms, and for no other
