@@ -1,5 +1,7 @@
 #include "PageScripts.h"
 
+#include "QuotedValue.h"
+
 #include <fmt/format.h>
 
 namespace quorl {
@@ -57,8 +59,9 @@ const std::string_view noContextMenuScript =
     "window.addEventListener('contextmenu', (event) => event.preventDefault());";
 
 std::string errorPageScript(std::string_view message, bool reload, std::string_view retryURL) {
-    return fmt::format(errorPageTemplate, errorBoxStyle, message, reload ? "true" : "false",
-                       retryURL);
+    return guardQuotedValue(
+        fmt::format(errorPageTemplate, errorBoxStyle, message, reload ? "true" : "false", retryURL),
+        message);
 }
 
 std::string_view eventName(PageEvent event) {

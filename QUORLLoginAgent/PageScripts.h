@@ -6,7 +6,7 @@
 namespace quorl {
 
 /// Draws the error box into the page. The message goes between single quotes as it stands: one with
-/// an apostrophe leaves the page blank.
+/// an apostrophe leaves the page blank, and no part of it runs.
 std::string errorPageScript(std::string_view message, bool reload, std::string_view retryURL);
 
 /// When the file-input script runs: at a page's commit, or when the document is complete.

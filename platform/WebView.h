@@ -67,7 +67,7 @@ class WebViewDelegate {
 
 /// The web view inside the browser window. Main thread only. A message posted by a page that a
 /// newer load of ours is about to replace is dropped with a log line: it is no answer to the newer
-/// request.
+/// request. So is one from "about:blank", where only error texts show.
 class WebView {
   public:
     using ScriptCompletion = std::function<void(ScriptResult)>;

@@ -138,8 +138,8 @@ answer() {
     answer=$(cat "$work/$1.answer")
 }
 
-# pages_shown : how many pages the agent has finished so far.
-pages_shown() { grep -c 'didFinishNavigation :: navigation completed' "$agent_log" 2>/dev/null || true; }
+# pages_shown : how many pages the agent has finished so far, the blank ones not counted.
+pages_shown() { grep -c 'handleFileInjection started for OnDocumentComplete' "$agent_log" 2>/dev/null || true; }
 more_pages_than() { [ "$(pages_shown)" -gt "$1" ]; }
 
 # wait_for_page COUNT : until more than COUNT pages have been finished, and the screen stands still.

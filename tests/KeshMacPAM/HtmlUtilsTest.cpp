@@ -21,13 +21,13 @@ class HtmlUtilsTest : public ::testing::Test {
 TEST_F(HtmlUtilsTest, putsValuesIntoTheTemplatesAsTheyStand) {
     html.setValueAttribute("PASSCODE", "");
     html.setSrcAttribute("LOGO", "/a b/it's.png");
-    html.putInnerHtml("T", "a'b{}\\");
+    html.putInnerHtml("T", "a\"b{}\\");
     html.removeAttribute("T", "class");
     html.insertAdjacentHTML("T", "beforeEnd", "<b class=\"x\">%@</b>");
     const std::vector<std::string> expected = {
         "document.getElementById('PASSCODE').value='';",
-        "document.getElementById('LOGO').src='/a b/it's.png';",
-        "document.getElementById('T').innerHTML = 'a'b{}\\';",
+        "document.getElementById('LOGO').src='/a b/it's.png';\n'",
+        "document.getElementById('T').innerHTML = 'a\"b{}\\';",
         "document.getElementById('T').removeAttribute('class');",
         "document.getElementById('T').insertAdjacentHTML('beforeEnd', '<b class=\"x\">%@</b>');"};
     EXPECT_EQ(view.scripts, expected);

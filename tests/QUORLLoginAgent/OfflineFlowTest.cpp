@@ -122,16 +122,18 @@ TEST_F(OfflineFlowTest, CancelEndsTheRequestAtOnceAndTheNextOneWorks) {
     EXPECT_EQ(stage.answer(), success);
 }
 
-TEST_F(OfflineFlowTest, NamesThatHoldMarkupNeverRun) {
-    // A script that ran would post a result; an image that failed would run its handler.
+TEST_F(OfflineFlowTest, NamesThatHoldMarkupOrQuotesNeverRun) {
+    // Whatever ran would post a result: a script, the handler of an image that fails, the rest of
+    // the agent's own script behind a quote.
     const std::string post =
         "window.webkit.messageHandlers.MACLoginAgent.postMessage(`{\"SYSTEM_MFA_KEY\":\"ran\"}`)";
-    const std::string image = "<img src=x onerror=" + post + ">";
-    const std::string script = "<script>" + post + "</script>";
-    start(policy(1, Value::array(), {3}), image + "@" + script, image);
-    request(image, script);
+    const std::string user = "<img src=x onerror=" + post + "><script>" + post + "</script>";
+    const std::string domain = "';" + post + ";//";
+    start(policy(1, Value::array(), {3}), user + "@" + domain, "';" + post + ";'");
+    request(user, domain);
     enter("1");
     ASSERT_TRUE(stage.waitForLog("Entered OTP is invalid")) << stage.log();
+    EXPECT_EQ(stage.logged("HtmlUtil::executeScript: script execution failed with error"), 2U);
     enterApp();
     EXPECT_EQ(stage.answer(), success) << stage.log();
     EXPECT_EQ(stage.logged("sendMFAResult : Received message"), 0U) << stage.log();

@@ -123,6 +123,22 @@ TEST_F(OnlineFlowTest, AnErrorTextStaysOnScreenUntilTheWindowIsClosed) {
     EXPECT_EQ(stage.answer(), failure);
 }
 
+TEST_F(OnlineFlowTest, AnErrorTextNeverAnswersTheRequest) {
+    start();
+    const std::string post =
+        "window.webkit.messageHandlers.MACLoginAgent.postMessage("
+        "`{\"SYSTEM_MFA_RESULT\":\"SUCCESS\"}`)";
+    stage.request({{"ERROR_MSG", "<img src=x onerror=" + post + ">"}});
+    ASSERT_TRUE(stage.waitForLog("a message of the blank page is dropped")) << stage.log();
+    stage.clickClose();
+    EXPECT_EQ(stage.answer(), failure);
+    stage.request({{"ERROR_MSG", "';" + post + ";'"}});
+    ASSERT_TRUE(stage.waitForLog("showError going to show... ';"));
+    stage.clickClose();
+    EXPECT_EQ(stage.answer(), failure);
+    EXPECT_EQ(stage.logged("a message of the blank page is dropped"), 1U);
+}
+
 TEST_F(OnlineFlowTest, ASecondRequestTakesOverAndTheFirstClientReadsTheEnd) {
     start();
     requestPage("/mfa/verify?USER_NAME=alice&DOMAIN_NAME=EXAMPLE");

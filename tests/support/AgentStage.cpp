@@ -6,7 +6,8 @@ namespace quorl::test {
 namespace {
 
 constexpr const char* serviceName = "com.tav.quorl.QUORLLoginAgent";
-constexpr const char* navigationCompleted = "didFinishNavigation :: navigation completed...";
+// Logged for every page but the blank one, which each answer leaves behind.
+constexpr const char* pageCompleted = "handleFileInjection started for OnDocumentComplete";
 
 }  // namespace
 
@@ -119,7 +120,7 @@ std::unique_ptr<Subprocess> AgentStage::run(const Words& command, const std::str
 }
 
 void AgentStage::startAgent() {
-    pages_ = logged(navigationCompleted);
+    pages_ = logged(pageCompleted);
     const std::size_t before = logged("AgentMessagingService : Server running...");
     agent_ = run({"QUORLLoginAgent"}, "/dev/null", (sandbox.root() / "agent.err").string());
     ASSERT_TRUE(waitForLog("AgentMessagingService : Server running...", before + 1))
@@ -145,13 +146,13 @@ bool AgentStage::waitForLog(const std::string& message, std::size_t times,
 }
 
 bool AgentStage::waitForPage() {
-    const bool shown = waitForLog(navigationCompleted, pages_ + 1);
-    pages_ = logged(navigationCompleted);
+    const bool shown = waitForLog(pageCompleted, pages_ + 1);
+    pages_ = logged(pageCompleted);
     return shown;
 }
 
 void AgentStage::request(const Value& dictionary) {
-    pages_ = logged(navigationCompleted);
+    pages_ = logged(pageCompleted);
     ++requests_;
     const std::string input = (sandbox.root() / ("request" + std::to_string(requests_))).string();
     TestSandbox::write(input, dictionary.dump());

@@ -4,11 +4,6 @@
 #include <utility>
 
 namespace quorl {
-namespace {
-
-constexpr const char* blankPage = "about:blank";
-
-}  // namespace
 
 void LoadTracker::requested() {
     phase_ = Phase::requested;

@@ -5,6 +5,9 @@
 
 namespace quorl {
 
+/// The page without content, which the agent alone loads.
+inline constexpr const char* blankPage = "about:blank";
+
 /// Makes sense of the engine's stream of load events: which belong to the load that was asked for
 /// last, which to one that it replaced, which to a step that only prepares it. The engine names
 /// none of them; but it asks for one policy decision per load that is handed to it, in order, and

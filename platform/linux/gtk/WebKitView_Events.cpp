@@ -239,6 +239,11 @@ void WebKitView::messageReceived(WebKitJavascriptResult* result) {
         logLine("WebKitView : a message of the page before is dropped");
         return;
     }
+    // Nobody's page: what speaks there is a script in an error text.
+    if (committedURL_ == blankPage) {
+        logLine("WebKitView : a message of the blank page is dropped");
+        return;
+    }
     JSCValue* value = webkit_javascript_result_get_js_value(result);
     std::optional<std::string> body;
     if (jsc_value_is_string(value)) {

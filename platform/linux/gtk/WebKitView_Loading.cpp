@@ -11,7 +11,6 @@ namespace {
 
 using Bytes = Handle<GBytes, g_bytes_unref>;
 
-constexpr const char* blankPage = "about:blank";
 constexpr const char* formContentType = "application/x-www-form-urlencoded";
 
 bool isHeader(const std::string& name, const char* other) {

@@ -1,6 +1,7 @@
 #include "HtmlUtils.h"
 
 #include "Log.h"
+#include "QuotedValue.h"
 #include "Utf8.h"
 
 #include <fmt/format.h>
@@ -9,19 +10,23 @@
 #include <iterator>
 
 namespace quorl {
+
 HtmlUtils::HtmlUtils(WebView& webView, BrowserWindow& window, const Resources& resources)
     : webView_(webView), browserWindow_(window), resources_(resources) {}
 
 void HtmlUtils::setValueAttribute(std::string_view id, std::string_view value) {
-    executeScript(fmt::format("document.getElementById('{}').value='{}';", id, value));
+    executeScript(guardQuotedValue(
+        fmt::format("document.getElementById('{}').value='{}';", id, value), value));
 }
 
 void HtmlUtils::setSrcAttribute(std::string_view id, std::string_view value) {
-    executeScript(fmt::format("document.getElementById('{}').src='{}';", id, value));
+    executeScript(
+        guardQuotedValue(fmt::format("document.getElementById('{}').src='{}';", id, value), value));
 }
 
 void HtmlUtils::putInnerHtml(std::string_view id, std::string_view html) {
-    executeScript(fmt::format("document.getElementById('{}').innerHTML = '{}';", id, html));
+    executeScript(guardQuotedValue(
+        fmt::format("document.getElementById('{}').innerHTML = '{}';", id, html), html));
 }
 
 void HtmlUtils::removeAttribute(std::string_view id, std::string_view attribute) {
@@ -31,8 +36,10 @@ void HtmlUtils::removeAttribute(std::string_view id, std::string_view attribute)
 
 void HtmlUtils::insertAdjacentHTML(std::string_view id, std::string_view where,
                                    std::string_view html) {
-    executeScript(fmt::format("document.getElementById('{}').insertAdjacentHTML('{}', '{}');", id,
-                              where, html));
+    executeScript(guardQuotedValue(
+        fmt::format("document.getElementById('{}').insertAdjacentHTML('{}', '{}');", id, where,
+                    html),
+        html));
 }
 
 void HtmlUtils::radioSelected(std::string_view group,

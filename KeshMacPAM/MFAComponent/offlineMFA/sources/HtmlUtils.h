@@ -12,8 +12,9 @@
 namespace quorl {
 
 /// Drives the local page by short scripts. Values go into the scripts as they stand, between single
-/// quotes, without escaping: callers pass only what the page may take literally. Main thread only;
-/// web view and window must outlive it.
+/// quotes, without escaping: callers pass only what the page may take literally. A script whose
+/// value holds a quote fails, with a log line, and nothing of the value runs. Main thread only; web
+/// view and window must outlive it.
 class HtmlUtils {
   public:
     HtmlUtils(WebView& webView, BrowserWindow& window, const Resources& resources = mainBundle());
