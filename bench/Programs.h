@@ -12,6 +12,10 @@ namespace quorl::bench {
 /// Milliseconds since some fixed moment.
 double milliseconds();
 
+/// Waits until a cleared window is at rest; each time a little longer, so that what follows meets
+/// the screen's frames at every phase.
+void settle();
+
 /// A client of the agent's channel in this process: a program of its own would add its start.
 class ChannelClient {
   public:
@@ -25,19 +29,35 @@ class ChannelClient {
     FileDescriptor replies_;
 };
 
+/// Follows the agent's log as it grows, woken by each line.
+class LogReader {
+  public:
+    /// From the log's present end on; the log exists.
+    explicit LogReader(const test::AgentStage& stage);
+    /// Reads up to a line that holds the message, 20 s at most.
+    void await(const std::string& message);
+
+  private:
+    FileDescriptor log_;
+    FileDescriptor changes_;
+    std::string unread_;
+};
+
 /// The minimal browser, told what to do over its standard input.
 class MinimalBrowser {
   public:
     explicit MinimalBrowser(test::AgentStage& stage);
     void say(const std::string& line);
-    /// Waits until the word was printed once more than before.
-    void await(const std::string& word);
+    /// Reads what it prints up to that line, 20 s at most.
+    void await(const std::string& line);
+    /// Hides the window, and waits until it is as blank as it was.
+    void hide();
     pid_t pid() const { return process_->pid(); }
 
   private:
-    std::string output_;
-    std::string input_;
-    FileDescriptor writer_;
+    FileDescriptor input_;
+    FileDescriptor output_;
+    std::string unread_;
     std::unique_ptr<test::Subprocess> process_;
 };
 

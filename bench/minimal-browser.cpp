@@ -1,6 +1,6 @@
 // The least resident program that shows a page on request: a line on standard input is a URL to
 // load, "hide" hides the window. It prints "ready" once, "painted" for the page's message,
-// "finished" for a finished load. The floor that the agent's windows are measured against.
+// "finished URL" for a finished load. The floor that the agent's windows are measured against.
 #include <webkit2/webkit2.h>
 
 #include <cstdio>
@@ -14,14 +14,14 @@ struct Browser {
     WebKitWebView* view = nullptr;
 };
 
-void say(const char* word) {
-    std::printf("%s\n", word);
+void say(const std::string& line) {
+    std::printf("%s\n", line.c_str());
     std::fflush(stdout);
 }
 
-void loadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer) {
+void loadChanged(WebKitWebView* view, WebKitLoadEvent event, gpointer) {
     if (event == WEBKIT_LOAD_FINISHED)
-        say("finished");
+        say(std::string("finished ") + webkit_web_view_get_uri(view));
 }
 
 void messageReceived(WebKitUserContentManager*, WebKitJavascriptResult*, gpointer) {

@@ -10,25 +10,15 @@ namespace {
 // In a world of its own, where no page can take it apart. Mutation events are gone, so an observer
 // removes file inputs as they appear or turn into one.
 constexpr const char* guardScript = R"js((() => {
-    const isFileInput = (node) =>
-        node.localName === 'input' && (node.getAttribute('type') || '').toLowerCase() === 'file';
-    const sweep = (root) => {
-        if (root.nodeType === Node.ELEMENT_NODE && isFileInput(root)) {
-            root.remove();
-            return;
-        }
-        for (const input of root.querySelectorAll ? root.querySelectorAll('input') : [])
-            if (isFileInput(input))
+    const inputs = document.getElementsByTagNameNS('*', 'input');
+    const sweep = () => {
+        for (const input of [...inputs])
+            if ((input.getAttribute('type') || '').toLowerCase() === 'file')
                 input.remove();
     };
-    new MutationObserver((records) => {
-        for (const record of records) {
-            sweep(record.target);
-            record.addedNodes.forEach(sweep);
-        }
-    }).observe(document, {childList: true, subtree: true, attributes: true,
-                          attributeFilter: ['type']});
-    sweep(document);
+    new MutationObserver(sweep).observe(document, {childList: true, subtree: true, attributes: true,
+                                                   attributeFilter: ['type']});
+    sweep();
     for (const event of ['dragstart', 'dragover', 'drop'])
         window.addEventListener(event, (e) => e.preventDefault(), true);
 })();)js";
