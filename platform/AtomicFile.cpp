@@ -14,6 +14,9 @@
 namespace quorl {
 namespace {
 
+// Of a temporary file, between the name of the file it is to replace and six random letters.
+constexpr std::string_view temporaryMark = ".part-";
+
 tl::unexpected<std::string> failure(std::string_view doing) {
     return tl::unexpected(std::string(doing) + ": " + strerror(errno));
 }
@@ -76,7 +79,7 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
     const FileDescriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder)
         return failure("cannot open the folder");
-    std::string name = path + ".XXXXXX";
+    std::string name = path + std::string(temporaryMark) + "XXXXXX";
     // mkostemp creates with mode 0600, so the content is never readable for others before it is
     // meant to be.
     const FileDescriptor file(mkostemp(name.data(), O_CLOEXEC));
@@ -97,6 +100,17 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
     if (fsync(folder.get()) != 0)
         return failure("cannot sync the folder");
     return {};
+}
+
+void removeLeftovers(const std::string& path) {
+    const std::string start =
+        std::filesystem::path(path).filename().string() + std::string(temporaryMark);
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folderOf(path), error), end;
+         !error && entry != end; entry.increment(error)) {
+        if (entry->path().filename().string().starts_with(start))
+            unlink(entry->path().c_str());
+    }
 }
 
 tl::expected<Bytes, std::string> readFile(const std::string& path, std::size_t limit) {

@@ -22,4 +22,8 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
 /// Reads a whole regular file of at most `limit` bytes; failure gives the reason.
 tl::expected<Bytes, std::string> readFile(const std::string& path, std::size_t limit);
 
+/// Removes what a replaceFile() of this path left beside it when its process was killed. Only for
+/// whoever knows that nobody is replacing the file right now.
+void removeLeftovers(const std::string& path);
+
 }  // namespace quorl

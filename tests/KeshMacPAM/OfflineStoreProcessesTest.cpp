@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <random>
+#include <set>
 
 namespace quorl {
 namespace {
 
 using test::StoreTest;
+using test::TestSandbox;
 
 /// A process that goes on with the test's memory and runs the work.
 template <class Work>
@@ -52,6 +54,14 @@ TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
     }
     EXPECT_GT(unchanged, 0);
     EXPECT_LT(unchanged, 300);
+    // What the killed ones left goes with the next change, and nothing else does.
+    TestSandbox::write(sandbox_.support() / "offline-data.json.backup", "kept");
+    OfflineDataHandler::setOfflineData("u", "K", contents[0]);
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(sandbox_.support()))
+        names.insert(entry.path().filename());
+    EXPECT_EQ(names, (std::set<std::string>{"dekey.key", "offline-data.json",
+                                            "offline-data.json.backup", "offline-data.lock"}));
 }
 
 TEST_F(StoreTest, LosesNoChangeOfSeveralProcesses) {

@@ -163,7 +163,7 @@ bool OfflineDataHandler::setDataEncryptionKey() {
         logLine("setDataEncryptionKey::Error setting file permissions: {}", done.error());
         return false;
     }
-    const auto written = replaceFile(path, *cipher, 0600);
+    const auto written = replacePrivately(path, *cipher);
     if (!written)
         logLine("setDataEncryptionKey:: {}", written.error());
     return written.has_value();

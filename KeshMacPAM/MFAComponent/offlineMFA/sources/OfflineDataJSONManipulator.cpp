@@ -111,7 +111,7 @@ bool OfflineDataJSONManipulator::saveToFile(const std::string& path) const {
         logLine("saveToFile::Error while encrypting the offline data");
         return false;
     }
-    if (const auto written = replaceFile(path, *cipher, 0600); !written) {
+    if (const auto written = replacePrivately(path, *cipher); !written) {
         logLine("saveToFile::Error writing modified offline JSON data to file.");
         logLine("saveToFile:: {}", written.error());
         return false;

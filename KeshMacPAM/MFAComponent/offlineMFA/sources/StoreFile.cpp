@@ -1,5 +1,6 @@
 #include "StoreFile.h"
 
+#include "AtomicFile.h"
 #include "Log.h"
 #include "SystemPaths.h"
 
@@ -55,6 +56,11 @@ tl::expected<void, std::string> makePrivate(const std::string& path) {
         fchmodat(AT_FDCWD, path.c_str(), privateMode, AT_SYMLINK_NOFOLLOW) != 0)
         return tl::unexpected<std::string>(strerror(errno));
     return {};
+}
+
+tl::expected<void, std::string> replacePrivately(const std::string& path, ByteView content) {
+    removeLeftovers(path);
+    return replaceFile(path, content, privateMode);
 }
 
 }  // namespace quorl

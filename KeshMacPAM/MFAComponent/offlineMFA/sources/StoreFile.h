@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Bytes.h"
 #include "Handle.h"
 
 #include <tl/expected.hpp>
@@ -25,5 +26,9 @@ bool createIfMissing(const std::string& path);
 
 /// Gives a regular file the mode 0600; anything else at the path is left alone and is the failure.
 tl::expected<void, std::string> makePrivate(const std::string& path);
+
+/// Replaces the file's content as a whole, with mode 0600, and clears away what killed writers left
+/// beside it. The caller holds the lock. Failure leaves the old content and gives the reason.
+tl::expected<void, std::string> replacePrivately(const std::string& path, ByteView content);
 
 }  // namespace quorl
