@@ -3,6 +3,7 @@
 #include "Groups.h"
 #include "Handle.h"
 #include "KeyedArchive.h"
+#include "SampleRequest.h"
 
 #include <plist/plist.h>
 
@@ -17,19 +18,6 @@ using BinaryPlist = Handle<char, plist_to_bin_free>;
 
 constexpr int samples = 400;
 constexpr int batch = 100;
-
-Value eightKeyRequest() {
-    return {
-        {"MFA_REQUEST_URL", "/AgentMFA.cc?transaction=8f14e45fceea167a5a36dedd4bea2543"},
-        {"USER_NAME", "alice.liddell"},
-        {"DOMAIN_NAME", "corp.example.com"},
-        {"POST_DATA", "user=alice.liddell&domain=corp.example.com"},
-        {"REQUEST_HEADERS", {{"X-Session", "c4ca4238a0b923820dcc509a6f75849b"}}},
-        {"OFFLINE_MFA", false},
-        {"MFA_ERROR_MSG", ""},
-        {"ERROR_MSG", ""},
-    };
-}
 
 Plist parse(const Bytes& bytes) {
     plist_t node = nullptr;
@@ -57,7 +45,7 @@ void check(bool done) {
 }  // namespace
 
 void benchArchive(Figures& figures) {
-    const Value request = eightKeyRequest();
+    const Value& request = sampleRequest();
     const Bytes bytes = *archive(request);
     const Plist plist = parse(bytes);
     const auto microseconds = [&](const std::string& figure, const Pair& pair) {

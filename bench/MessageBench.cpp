@@ -7,6 +7,7 @@
 #include "LinuxPortSystem.h"
 #include "Log.h"
 #include "PacketSocket.h"
+#include "SampleRequest.h"
 #include "TestSandbox.h"
 
 #include <poll.h>
@@ -121,20 +122,6 @@ class PortsAlone {
     LoopThread applicationThread_{applicationLoop_};
     LoopThread relayThread_{*relayLoop_};
 };
-
-const Value& sampleRequest() {
-    static const Value request = {
-        {"MFA_REQUEST_URL", "/AgentMFA.cc?transaction=8f14e45fceea167a5a36dedd4bea2543"},
-        {"USER_NAME", "alice.liddell"},
-        {"DOMAIN_NAME", "corp.example.com"},
-        {"POST_DATA", "user=alice.liddell&domain=corp.example.com"},
-        {"REQUEST_HEADERS", {{"X-Session", "c4ca4238a0b923820dcc509a6f75849b"}}},
-        {"OFFLINE_MFA", false},
-        {"MFA_ERROR_MSG", ""},
-        {"ERROR_MSG", ""},
-    };
-    return request;
-}
 
 const Value& sampleResult() {
     static const Value result = {{"MFA_AUTH_RESULT", "SUCCESS"},

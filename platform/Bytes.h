@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,6 +24,17 @@ inline Bytes toBytes(std::string_view text) {
 }
 inline std::string toString(ByteView bytes) {
     return std::string(asText(bytes));
+}
+
+/// The value of a hexadecimal digit of either case; nothing for any other character.
+constexpr std::optional<std::uint8_t> hexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return static_cast<std::uint8_t>(c - '0');
+    if (c >= 'a' && c <= 'f')
+        return static_cast<std::uint8_t>(c - 'a' + 10);
+    if (c >= 'A' && c <= 'F')
+        return static_cast<std::uint8_t>(c - 'A' + 10);
+    return std::nullopt;
 }
 
 }  // namespace quorl

@@ -21,23 +21,14 @@ using CipherContext = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 constexpr int keyDerivationRounds = 10'000;
 
-consteval std::uint8_t hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return static_cast<std::uint8_t>(c - '0');
-    if (c >= 'a' && c <= 'f')
-        return static_cast<std::uint8_t>(c - 'a' + 10);
-    if (c >= 'A' && c <= 'F')
-        return static_cast<std::uint8_t>(c - 'A' + 10);
-    throw "QUORL_VALUE_KEY holds something else than hexadecimal digits";
-}
-
 // A build with a malformed value key does not compile.
 template <std::size_t Length>
 consteval std::array<std::uint8_t, 32> keyFromHex(const char (&hex)[Length]) {
     static_assert(Length == 65, "QUORL_VALUE_KEY must be 64 hexadecimal digits");
     std::array<std::uint8_t, 32> key{};
     for (std::size_t i = 0; i < key.size(); ++i)
-        key[i] = static_cast<std::uint8_t>(hexDigit(hex[2 * i]) << 4 | hexDigit(hex[2 * i + 1]));
+        key[i] = static_cast<std::uint8_t>(hexDigit(hex[2 * i]).value() << 4 |
+                                           hexDigit(hex[2 * i + 1]).value());
     return key;
 }
 

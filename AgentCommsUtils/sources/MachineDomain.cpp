@@ -31,49 +31,57 @@ void logException(const std::string& reason) {
     logLine("setEnvironmentalDetails : Exception : {}", reason);
 }
 
-void lookAtBindings(const std::vector<std::string>& entries, MachineEnvironment& environment) {
+// Hands every property list among the entries to the visitor, one after the other.
+template <class Visitor>
+void visitBindings(const std::vector<std::string>& entries, Visitor visit) {
     logLine(
         "setEnvironmentalDetails : Looking at Library/Preferences/OpenDirectory/Configurations/"
         "Active Directory");
-    for (const std::string& entry : entries) {
-        if (!entry.ends_with("plist"))
-            continue;
-        const auto binding = readBinding(entry);
-        if (!binding) {
-            logException(binding.error());
-            continue;
-        }
-        const auto machine = bindingMachineName(*binding);
-        if (!machine) {
-            logException(machine.error());
-            continue;
-        }
-        environment.machineName = *machine;
-        const auto domain = bindingDomain(*binding);
-        if (!domain) {
-            logException(domain.error());
-            continue;
-        }
-        environment.domainName = *domain;
-        logLine("setEnvironmentalDetails : got the domain name - {}", environment.domainName);
-        logLine("setEnvironmentalDetails : got the machine name - {}", environment.machineName);
-    }
+    for (const std::string& entry : entries)
+        if (entry.ends_with("plist"))
+            visit(readBinding(entry));
 }
 
-void lookAtKerberos(MachineEnvironment& environment) {
+// Hands the lines of the Kerberos file to the visitor, until one of them is a failure; that, or
+// the file's own, is what is returned.
+template <class Visitor>
+Found<void> visitRealms(Visitor visit) {
     const auto lines = kerberosLines();
     if (!lines)
-        return logException(lines.error());
+        return tl::unexpected(lines.error());
     logLine("setEnvironmentalDetails : Looking at /Library/Preferences/edu.mit.Kerberos");
     for (const std::string& line : *lines) {
         const auto realm = kerberosRealm(line);
         if (!realm)
-            return logException(realm.error());
-        if (!*realm)
-            continue;
-        environment.domainName = *realm;
-        logLine("setEnvironmentalDetails : got the domain name {}", environment.domainName);
+            return tl::unexpected(realm.error());
+        if (*realm)
+            visit(**realm);
     }
+    return {};
+}
+
+void takeBinding(const Found<Value>& binding, MachineEnvironment& environment) {
+    if (!binding)
+        return logException(binding.error());
+    const auto machine = bindingMachineName(*binding);
+    if (!machine)
+        return logException(machine.error());
+    environment.machineName = *machine;
+    const auto domain = bindingDomain(*binding);
+    if (!domain)
+        return logException(domain.error());
+    environment.domainName = *domain;
+    logLine("setEnvironmentalDetails : got the domain name - {}", environment.domainName);
+    logLine("setEnvironmentalDetails : got the machine name - {}", environment.machineName);
+}
+
+void lookAtKerberos(MachineEnvironment& environment) {
+    const auto visited = visitRealms([&](const std::string& realm) {
+        environment.domainName = realm;
+        logLine("setEnvironmentalDetails : got the domain name {}", realm);
+    });
+    if (!visited)
+        return logException(visited.error());
     environment.machineName = localizedHostName();
     logLine("setEnvironmentalDetails : got the machine name {}", environment.machineName);
 }
@@ -116,32 +124,18 @@ void logDomainException(const std::string& reason) {
 }
 
 void findBoundDomain(const std::vector<std::string>& entries, Domain& domain) {
-    logLine(
-        "setEnvironmentalDetails : Looking at Library/Preferences/OpenDirectory/Configurations/"
-        "Active Directory");
-    for (const std::string& entry : entries) {
-        if (!entry.ends_with("plist"))
-            continue;
-        const auto found = readBinding(entry).and_then(bindingDomain);
-        if (found)
+    visitBindings(entries, [&](const Found<Value>& binding) {
+        if (const auto found = binding.and_then(bindingDomain))
             noteDomain(domain, *found);
         else
             logDomainException(found.error());
-    }
+    });
 }
 
 void findRealm(Domain& domain) {
-    const auto lines = kerberosLines();
-    if (!lines)
-        return logDomainException(lines.error());
-    logLine("setEnvironmentalDetails : Looking at /Library/Preferences/edu.mit.Kerberos");
-    for (const std::string& line : *lines) {
-        const auto realm = kerberosRealm(line);
-        if (!realm)
-            return logDomainException(realm.error());
-        if (*realm)
-            noteDomain(domain, *realm);
-    }
+    const auto visited = visitRealms([&](const std::string& realm) { noteDomain(domain, realm); });
+    if (!visited)
+        logDomainException(visited.error());
 }
 
 void findReportedDomain(Domain& domain) {
@@ -178,7 +172,8 @@ void discoverEnvironment(MachineEnvironment& environment) {
         return;
     logLine("setEnvironmentalDetails : Going to obtain the machine name and domain name...");
     if (const auto entries = bindingEntries(); !entries.empty())
-        lookAtBindings(entries, environment);
+        visitBindings(entries,
+                      [&](const Found<Value>& binding) { takeBinding(binding, environment); });
     else
         lookAtKerberos(environment);
     if (environment.defUser.empty())

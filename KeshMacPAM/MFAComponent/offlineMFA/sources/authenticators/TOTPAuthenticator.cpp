@@ -11,16 +11,6 @@ namespace {
 
 constexpr std::size_t keyLength = 32;
 
-std::optional<std::uint8_t> hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return static_cast<std::uint8_t>(c - '0');
-    if (c >= 'a' && c <= 'f')
-        return static_cast<std::uint8_t>(c - 'a' + 10);
-    if (c >= 'A' && c <= 'F')
-        return static_cast<std::uint8_t>(c - 'A' + 10);
-    return std::nullopt;
-}
-
 // Nothing unless the text is exactly the 64 digits of a key: a key padded or cut would be
 // guessable, or another than the server's.
 std::optional<Bytes> keyFromHex(std::string_view hex) {
