@@ -18,11 +18,11 @@ function(quorl_library name)
   target_link_libraries(${name} PUBLIC ${ARG_LIBS} PRIVATE quorl_options ${ARG_PRIVATE_LIBS})
 endfunction()
 
-# quorl_test(NAME SOURCES ... LIBS ... [LABELS ...] [TIMEOUT seconds])
+# quorl_test(NAME SOURCES ... LIBS ... LABEL label [TIMEOUT seconds])
 # Each label has a target tests_<label> that builds the tests which carry it.
 # Every test case runs in a process of its own, since the system's caches live as long as one.
 function(quorl_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "LABEL;TIMEOUT" "SOURCES;LIBS" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
@@ -32,12 +32,10 @@ function(quorl_test name)
   target_compile_definitions(${name} PRIVATE
     QUORL_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data"
     QUORL_SOURCE_DIR="${CMAKE_SOURCE_DIR}" QUORL_BINARY_DIR="${CMAKE_BINARY_DIR}")
-  foreach(label ${ARG_LABELS})
-    if(NOT TARGET tests_${label})
-      add_custom_target(tests_${label})
-    endif()
-    add_dependencies(tests_${label} ${name})
-  endforeach()
+  if(NOT TARGET tests_${ARG_LABEL})
+    add_custom_target(tests_${ARG_LABEL})
+  endif()
+  add_dependencies(tests_${ARG_LABEL} ${name})
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS ${ARG_LABEL})
 endfunction()

@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 #include <webkit2/webkit2.h>
 
+#include <array>
+#include <functional>
+#include <map>
 #include <sstream>
 
 namespace quorl::test {
@@ -14,98 +17,49 @@ namespace {
 // request, page:URL, form:URL, prelude:URL, policy:URL, resubmit:URL, refuse, refuseRedirect, stop,
 // start, commit:URL, finish, cancel, 102, error, lateError, giveUp, repeat, follow
 std::string told(const std::string& words) {
-    using Report = LoadTracker::Report;
+    using Purpose = LoadTracker::Purpose;
     using Failure = LoadTracker::Failure;
     LoadTracker tracker;
     std::string out;
-    const auto say = [&](const std::string& text) { out += (out.empty() ? "" : " ") + text; };
-    const auto report = [&](Report what) {
-        switch (what) {
-            case Report::nothing:
-                break;
-            case Report::started:
-                say("start");
-                break;
-            case Report::committed:
-                say("commit");
-                break;
-            case Report::finished:
-                say("finish");
-                break;
-            case Report::preludeOver:
-                say("form!");
-                break;
-            case Report::cancelled:
-                say("-999");
-                break;
-            case Report::failed:
-                say("error");
-                break;
-            case Report::failedAfterCommit:
-                say("lateError");
-                break;
-            case Report::unexplained:
-                say("?");
-                break;
-        }
+    const auto say = [&](const std::string& text) {
+        out += out.empty() || text.empty() ? text : " " + text;
+    };
+    // In the order in which the tracker lists them.
+    const auto report = [&](LoadTracker::Report what) {
+        constexpr std::array names = {"",     "start", "commit",    "finish", "form!",
+                                      "-999", "error", "lateError", "?"};
+        say(names.at(static_cast<std::size_t>(what)));
     };
     const auto policy = [&](LoadTracker::Policy what) {
-        switch (what) {
-            case LoadTracker::Policy::ask:
-                say("ask");
-                break;
-            case LoadTracker::Policy::allow:
-                break;
-            case LoadTracker::Policy::ignore:
-                say("ignore");
-                break;
-        }
+        constexpr std::array names = {"ask", "", "ignore"};
+        say(names.at(static_cast<std::size_t>(what)));
+    };
+    using Url = const std::string&;
+    const std::map<std::string, std::function<void(Url)>> verbs = {
+        {"request", [&](Url) { tracker.requested(); }},
+        {"page", [&](Url url) { tracker.expect(url, Purpose::page); }},
+        {"form", [&](Url url) { tracker.expect(url, Purpose::form); }},
+        {"prelude", [&](Url url) { tracker.expect(url, Purpose::prelude); }},
+        {"policy", [&](Url url) { policy(tracker.navigationAction(url, false)); }},
+        {"resubmit", [&](Url url) { policy(tracker.navigationAction(url, true)); }},
+        {"refuse", [&](Url) { tracker.refused(false); }},
+        {"refuseRedirect", [&](Url) { tracker.refused(true); }},
+        {"stop", [&](Url) { tracker.stopped(); }},
+        {"start", [&](Url) { report(tracker.started()); }},
+        {"commit", [&](Url url) { report(tracker.committed(url)); }},
+        {"finish", [&](Url) { report(tracker.finished()); }},
+        {"cancel", [&](Url) { report(tracker.failure(Failure::cancellation, false)); }},
+        {"102", [&](Url) { report(tracker.failure(Failure::refusal, false)); }},
+        {"error", [&](Url) { report(tracker.failure(Failure::other, false)); }},
+        {"lateError", [&](Url) { report(tracker.failure(Failure::other, true)); }},
+        {"repeat", [&](Url) { tracker.repeat(); }},
+        {"giveUp", [&](Url) { tracker.givenUp(); }},
+        {"follow", [&](Url) { say(tracker.takeUnexplained() ? "explained" : "plain"); }},
     };
     std::istringstream in(words);
     for (std::string word; in >> word;) {
-        const auto colon = word.find(':');
-        const std::string verb = word.substr(0, colon);
-        const std::string url = colon == std::string::npos ? "" : word.substr(colon + 1);
-        if (verb == "request")
-            tracker.requested();
-        else if (verb == "page")
-            tracker.expect(url, LoadTracker::Purpose::page);
-        else if (verb == "form")
-            tracker.expect(url, LoadTracker::Purpose::form);
-        else if (verb == "prelude")
-            tracker.expect(url, LoadTracker::Purpose::prelude);
-        else if (verb == "policy")
-            policy(tracker.navigationAction(url, false));
-        else if (verb == "resubmit")
-            policy(tracker.navigationAction(url, true));
-        else if (verb == "refuse")
-            tracker.refused(false);
-        else if (verb == "refuseRedirect")
-            tracker.refused(true);
-        else if (verb == "stop")
-            tracker.stopped();
-        else if (verb == "start")
-            report(tracker.started());
-        else if (verb == "commit")
-            report(tracker.committed(url));
-        else if (verb == "finish")
-            report(tracker.finished());
-        else if (verb == "cancel")
-            report(tracker.failure(Failure::cancellation, false));
-        else if (verb == "102")
-            report(tracker.failure(Failure::refusal, false));
-        else if (verb == "error")
-            report(tracker.failure(Failure::other, false));
-        else if (verb == "lateError")
-            report(tracker.failure(Failure::other, true));
-        else if (verb == "repeat")
-            tracker.repeat();
-        else if (verb == "giveUp")
-            tracker.givenUp();
-        else if (verb == "follow")
-            say(tracker.takeUnexplained() ? "explained" : "plain");
-        else
-            ADD_FAILURE() << "no such word: " << verb;
+        const auto colon = std::min(word.find(':'), word.size());
+        verbs.at(word.substr(0, colon))(word.substr(std::min(colon + 1, word.size())));
     }
     if (tracker.awaitsOwnPage())
         say("(ours to come)");
@@ -118,7 +72,6 @@ TEST(LoadEvents, BelongToTheLoadThatWasAskedForLast) {
         const char* events;
         const char* told;
     };
-    const std::string a = "request page:a policy:a start commit:a finish ";
     const Case cases[] = {
         {"a page", "request page:a policy:a start commit:a finish", "ask start commit finish"},
         {"until it commits", "request page:a policy:a start", "ask start (ours to come)"},
