@@ -32,16 +32,19 @@ GtkLoginPanel::GtkLoginPanel(GtkBuilder* builder)
     frame_.size = {static_cast<double>(width), static_cast<double>(height)};
 
     GdkScreen* screen = gtk_widget_get_screen(GTK_WIDGET(window_));
-    if (GdkVisual* visual = gdk_screen_get_rgba_visual(screen))
-        gtk_widget_set_visual(GTK_WIDGET(window_), visual);
-    compositingChanged();
+    // Nobody mixes see-through pixels with the screen below unless a compositor runs; and a window
+    // that could have some is never told when another one covers it.
+    if (gdk_screen_is_composited(screen)) {
+        gtk_widget_set_visual(GTK_WIDGET(window_), gdk_screen_get_rgba_visual(screen));
+        gtk_style_context_add_class(gtk_widget_get_style_context(GTK_WIDGET(window_)),
+                                    "see-through");
+    }
     gtk_widget_add_events(GTK_WIDGET(window_), GDK_VISIBILITY_NOTIFY_MASK);
 
     signals_.connect<&GtkLoginPanel::drawBackground>(window_, "draw", this);
     signals_.connect<&GtkLoginPanel::clicked>(button_, "clicked", this);
     signals_.connect<&GtkLoginPanel::clicked>(link_, "clicked", this);
     signals_.connect<&GtkLoginPanel::showPointingHand>(link_, "map", this);
-    signals_.connect<&GtkLoginPanel::compositingChanged>(screen, "composited-changed", this);
     signals_.connect<&GtkLoginPanel::monitorsChanged>(screen, "monitors-changed", this);
     signals_.connect<&GtkLoginPanel::monitorsChanged>(screen, "size-changed", this);
     signals_.connect<&GtkLoginPanel::visibilityChanged>(window_, "visibility-notify-event", this);
@@ -151,15 +154,6 @@ void GtkLoginPanel::place() {
 void GtkLoginPanel::monitorsChanged() {
     if (gtk_widget_get_visible(GTK_WIDGET(window_)))
         place();
-}
-
-void GtkLoginPanel::compositingChanged() {
-    GtkStyleContext* style = gtk_widget_get_style_context(GTK_WIDGET(window_));
-    // Nobody mixes see-through pixels with the screen below unless a compositor runs.
-    if (gdk_screen_is_composited(gtk_widget_get_screen(GTK_WIDGET(window_))))
-        gtk_style_context_add_class(style, "see-through");
-    else
-        gtk_style_context_remove_class(style, "see-through");
 }
 
 gboolean GtkLoginPanel::drawBackground(cairo_t* drawing) {

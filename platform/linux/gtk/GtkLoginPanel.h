@@ -36,7 +36,6 @@ class GtkLoginPanel final : public LoginPanel {
     void clicked();
     void place();
     void monitorsChanged();
-    void compositingChanged();
     gboolean drawBackground(cairo_t* drawing);
     gboolean visibilityChanged(GdkEvent* event);
     void showPointingHand();

@@ -56,9 +56,10 @@ class Windows : public WebStage {
 // Another program's window, as the greeter's: it has the focus until ours appears.
 class OtherWindow {
   public:
-    OtherWindow() : display_(XOpenDisplay(nullptr)) {
-        window_ = XCreateSimpleWindow(display_.get(), DefaultRootWindow(display_.get()), 0, 0, 50,
-                                      50, 0, 0, 0);
+    explicit OtherWindow(unsigned width = 50, unsigned height = 50)
+        : display_(XOpenDisplay(nullptr)) {
+        window_ = XCreateSimpleWindow(display_.get(), DefaultRootWindow(display_.get()), 0, 0,
+                                      width, height, 0, 0, 0);
         XMapWindow(display_.get(), window_);
         XSync(display_.get(), False);
         XSetInputFocus(display_.get(), window_, RevertToPointerRoot, CurrentTime);
@@ -70,12 +71,23 @@ class OtherWindow {
         XGetInputFocus(display_.get(), &holder, &revert);
         return holder == window_;
     }
-    /// Asks the window at that place to close, as a window manager does.
-    void askToClose(int x, int y) {
+    /// The window that is on top at that place.
+    Window at(int x, int y) {
         Window root = DefaultRootWindow(display_.get());
         Window child = None;
         int ignored = 0;
         XTranslateCoordinates(display_.get(), root, root, x, y, &ignored, &ignored, &child);
+        return child;
+    }
+    bool isAt(int x, int y) { return at(x, y) == window_; }
+    std::pair<int, int> sizeOf(Window window) {
+        XWindowAttributes attributes{};
+        XGetWindowAttributes(display_.get(), window, &attributes);
+        return {attributes.width, attributes.height};
+    }
+    /// Asks the window at that place to close, as a window manager does.
+    void askToClose(int x, int y) {
+        const Window child = at(x, y);
         XEvent event{};
         event.xclient.type = ClientMessage;
         event.xclient.window = child;
@@ -217,6 +229,20 @@ TEST_F(Windows, ThePanelsLinkAnswersWhileItIsEnabled) {
     click(1, 1);
     click(x, y);
     EXPECT_TRUE(until([&] { return clicked == 3; }));
+}
+
+TEST_F(Windows, ThePanelStaysOnTopOfAGreeterAndOutOfItsWay) {
+    panel().setButtonText("A text that is far longer than the two lines there is room for, really");
+    const Point origin = panel().buttonTextFrame().origin;
+    panel().setButtonTextOrigin({origin.x, origin.y + 20});
+    panel().showAt({{1045, 0}, {215, panel().frame().size.height}});
+    serveFor(std::chrono::milliseconds(200));
+    OtherWindow greeter(1280, 800);
+    ASSERT_TRUE(greeter.isAt(1100, 780));
+    ASSERT_TRUE(until([&] { return !greeter.isAt(1100, 780); }));
+    EXPECT_TRUE(greeter.hasFocus());
+    EXPECT_TRUE(greeter.isAt(1100, 720));
+    EXPECT_EQ(greeter.sizeOf(greeter.at(1100, 780)), std::pair(215, 76));
 }
 
 // Takes a byte at a time, and on the second leaves the loop from inside.
