@@ -8,7 +8,7 @@
 namespace quorl {
 namespace {
 
-std::string setting(const char* variable, std::string fallback) {
+std::string setting(const char* variable, const std::string& fallback) {
     const char* value = secure_getenv(variable);
     return value && *value ? std::string(value) : fallback;
 }

@@ -194,7 +194,7 @@ std::optional<std::string> getMachineDomainName() {
 
 std::string localizedHostName() {
     constexpr std::string_view key = "PRETTY_HOSTNAME=";
-    constexpr std::size_t largestFile = 64U * 1024;
+    constexpr std::size_t largestFile = std::size_t{64} << 10;
     const auto content = readFile(systemPaths().systemFile("/etc/machine-info"), largestFile);
     std::string_view rest = content ? asText(*content) : "";
     while (!rest.empty()) {

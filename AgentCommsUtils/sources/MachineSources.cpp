@@ -30,7 +30,7 @@ constexpr std::string_view linuxKerberosFile = "/etc/krb5.conf";
 constexpr std::string_view loginWindowFile = "/Library/Preferences/com.apple.loginwindow.plist";
 constexpr std::string_view sessionsFile = "/var/log/wtmp";
 constexpr std::string_view bindingTool = "/usr/sbin/dsconfigad";
-constexpr std::size_t largestText = 1024U * 1024;
+constexpr std::size_t largestText = std::size_t{1} << 20;
 
 bool exists(const std::string& path) {
     std::error_code error;
@@ -121,7 +121,7 @@ Found<Value> readBinding(const std::string& entry) {
 }
 
 Found<std::optional<std::string>> bindingMachineName(const Value& binding) {
-    const auto account = textUnder(binding, "trustaccount");
+    auto account = textUnder(binding, "trustaccount");
     if (!account || !*account)
         return account;
     if ((*account)->empty())

@@ -55,6 +55,7 @@ class ProcessGroup {
 
 std::vector<char*> pointers(const std::vector<std::string>& texts) {
     std::vector<char*> result;
+    result.reserve(texts.size() + 1);
     for (const std::string& text : texts)
         result.push_back(const_cast<char*>(text.c_str()));
     result.push_back(nullptr);
@@ -111,7 +112,7 @@ tl::expected<std::string, std::string> readProgramOutput(const ProgramRun& run) 
     writing.reset();
 
     std::string output;
-    std::array<char, 16 * 1024> buffer;
+    std::array<char, 16'384> buffer;
     while (true) {
         const auto left =
             std::chrono::ceil<std::chrono::milliseconds>(deadline - SteadyClock::now());

@@ -15,7 +15,7 @@ struct ProgramRun {
     std::vector<std::string> arguments;
     std::vector<std::string> environment;  ///< "NAME=value"
     std::chrono::milliseconds timeLimit = std::chrono::seconds(10);
-    std::size_t largestOutput = 1024U * 1024;
+    std::size_t largestOutput = std::size_t{1} << 20;
 };
 
 /// Everything that the program writes to standard output until it and its children have closed it.

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::string_view localNode = "/Local/Default";
 constexpr std::string_view localAccount = "LOCAL_ACCOUNT";
-constexpr std::size_t largestEntry = 64U * 1024;
+constexpr std::size_t largestEntry = std::size_t{64} << 10;
 
 using PasswordFile = Handle<FILE, fclose>;
 
