@@ -67,12 +67,4 @@ HmacDigest Hmac::digest(ByteView message) {
     return result;
 }
 
-Bytes hmac(std::string_view digestName, ByteView key, ByteView message) {
-    const auto algorithm = hashAlgorithm(digestName);
-    if (!algorithm)
-        return {};
-    const HmacDigest digest = Hmac(*algorithm, key).digest(message);
-    return {digest.view().begin(), digest.view().end()};
-}
-
 }  // namespace quorl

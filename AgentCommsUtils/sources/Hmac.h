@@ -38,7 +38,4 @@ class Hmac {
     std::unique_ptr<State> state_;
 };
 
-/// HMAC of one message; empty when no such algorithm exists.
-Bytes hmac(std::string_view digestName, ByteView key, ByteView message);
-
 }  // namespace quorl

@@ -64,24 +64,6 @@ TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
                                             "offline-data.json.backup", "offline-data.lock"}));
 }
 
-TEST_F(StoreTest, LosesNoChangeOfSeveralProcesses) {
-    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
-    OfflineDataHandler::setOfflineData("u", "N", 0);
-    constexpr int each = 40;
-    const auto raise = [](const Value& record) {
-        return std::optional(Value{{"N", record.at("N").get<int>() + 1}});
-    };
-    std::vector<pid_t> children;
-    for (int process = 0; process < 3; ++process)
-        children.push_back(inChild([&] {
-            for (int i = 0; i < each; ++i)
-                OfflineDataHandler::updateUserRecord("u", raise);
-        }));
-    for (const pid_t child : children)
-        EXPECT_EQ(waitpid(child, nullptr, 0), child);
-    EXPECT_EQ(OfflineDataHandler::getOfflineData("u"), Value({{"N", 3 * each}}));
-}
-
 TEST_F(StoreTest, MakesOneKeyBetweenProcessesThatMissItAtOnce) {
     std::vector<pid_t> children;
     for (const std::string name : {"a", "b", "c"})

@@ -144,20 +144,6 @@ TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer)
     EXPECT_TRUE(logged("sendMFAResponse: Message sent to the AgentMessagingService.."));
 }
 
-TEST_F(AppDelegateTest, APagesErrorTextIsShownAndTheRequestWaitsForTheWindowToClose) {
-    launch();
-    request({{"MFA_REQUEST_URL", "/mfa"}});
-    post(R"({"SYSTEM_MFA_RESULT":"FAILURE","SYSTEM_MFA_ERROR_MSG":"plain text"})");
-    EXPECT_EQ(answers(), 0U);
-    EXPECT_EQ(drawnError(), "plain text");
-    application.window.close();
-    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
-    EXPECT_EQ(answers(), 1U);
-
-    application.window.close();
-    EXPECT_EQ(answers(), 1U) << "nothing is pending any more";
-}
-
 TEST_F(AppDelegateTest, RequestsForAnErrorTextShowItAndLocaliseTheIdentifier) {
     launch();
     request({{"ERROR_MSG", "plain text"}, {"MFA_ERROR_MSG", "IDS_TEXT"}});
@@ -260,16 +246,6 @@ TEST_F(AppDelegateTest, EveryPageLosesFileInputsAndContextMenu) {
     view->delegate().didFinishNavigation("https://server.test:8443/mfa");
     EXPECT_EQ(view->takeScripts(), (std::vector{fileInjectionScript(PageEvent::documentComplete),
                                                 std::string(noContextMenuScript)}));
-}
-
-TEST_F(AppDelegateTest, AnOfflineRequestWithoutEnrollmentFailsAtOnce) {
-    launch({{"OFFLINE_MFA", "true"}});
-    request({{"OFFLINE_MFA", true}, {"USER_NAME", "ada"}, {"DOMAIN_NAME", "corp"}});
-    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
-    EXPECT_FALSE(application.window.visible);
-    EXPECT_TRUE(delegate->isOfflineMFA()) << "the flag stays for the rest of the run";
-    post(R"({"METHOD":"onButtonOK","PASSCODE":"123456"})");
-    EXPECT_EQ(answers(), 1U) << "nobody waits for an answer any more";
 }
 
 TEST_F(AppDelegateTest, AResultBeforeTheCheckInIsForgottenAndTerminationClosesTheLog) {

@@ -129,12 +129,6 @@ TEST_F(ServicePortTest, WhatBreaksTheRulesCostsOneLogLineAndTheConnection) {
     const std::size_t before = openDescriptors();
     const std::pair<std::string, std::string> expected[] = {
         {"empty", "shorter than its header"},
-        {"short-header", "shorter than its header"},
-        {"wrong-magic", "wrong magic"},
-        {"reserved", "reserved field in use"},
-        {"seventeen", "too many components"},
-        {"component-cut", "lengths do not add up"},
-        {"byte-after-last", "lengths do not add up"},
         {"too-long", "too long"},
         {"two-descriptors", "more than one descriptor"},
         {"many-descriptors", "more than one descriptor"},
