@@ -2,6 +2,8 @@
 
 #include "KeyedArchive.h"
 #include "Log.h"
+#include "Redaction.h"
+#include "Wipe.h"
 
 namespace quorl {
 namespace {
@@ -17,6 +19,17 @@ PortMessage makeMessage(const std::optional<Bytes>& data, MessageId::Id msgid,
     return message;
 }
 
+// Requests and results hold secrets: no copy of theirs stays here.
+void wipeComponents(PortMessage& message) {
+    for (Bytes& component : message.components)
+        wipe(component);
+}
+
+void transmit(SendRight& right, PortMessage message) {
+    right.send(message, sendDeadline);
+    wipeComponents(message);
+}
+
 }  // namespace
 
 AgentMessagingService::AgentMessagingService(PortSystem& ports) : ports_(ports) {}
@@ -26,13 +39,7 @@ AgentMessagingService::~AgentMessagingService() = default;
 void AgentMessagingService::run(SendRightPtr appPort) {
     remotePort_ = std::move(appPort);
     runLoop_ = ports_.makeRunLoop();
-    localPort_ = ports_.makePort();
-    if (localPort_) {
-        localPort_->setHandler([this](PortMessage message) {
-            handlePortMessage(std::move(message), Origin::localPort);
-        });
-        localPort_->addToRunLoop(*runLoop_);
-    }
+    openLocalPort();
     // Before the name exists: no request can reach the application ahead of the check-in.
     sendMsgToApp(std::nullopt, MessageId::checkIn);
 
@@ -55,13 +62,24 @@ void AgentMessagingService::run(SendRightPtr appPort) {
         localPort_->invalidate();
 }
 
+bool AgentMessagingService::openLocalPort() {
+    auto port = ports_.makePort();
+    if (!port)
+        return false;
+    port->setHandler(
+        [this](PortMessage message) { handlePortMessage(std::move(message), Origin::localPort); });
+    port->addToRunLoop(*runLoop_);
+    localPort_ = std::move(port);
+    return true;
+}
+
 void AgentMessagingService::sendMsgToApp(const std::optional<Bytes>& data, MessageId::Id msgid) {
     logLine("AgentMessagingService : sendMsgToApp - {}", std::uint32_t{msgid});
     if (!remotePort_)
         return;
     // The outcome is not looked at: there is nobody to tell.
-    remotePort_->send(makeMessage(data, msgid, localPort_ ? localPort_->sendRight() : nullptr),
-                      sendDeadline);
+    transmit(*remotePort_,
+             makeMessage(data, msgid, localPort_ ? localPort_->sendRight() : nullptr));
     logLine("AgentMessagingService : Message sent to the app..");
 }
 
@@ -69,7 +87,7 @@ void AgentMessagingService::sendMsgToClient(const std::optional<Bytes>& data, Me
     logLine("AgentMessagingService : sendMsgToClient - {}", std::uint32_t{msgid});
     if (!mfaClientPort_)
         return;
-    mfaClientPort_->send(makeMessage(data, msgid, nullptr), sendDeadline);
+    transmit(*mfaClientPort_, makeMessage(data, msgid, nullptr));
     logLine("AgentMessagingService : Message sent to MFA client..");
 }
 
@@ -78,7 +96,8 @@ void AgentMessagingService::handlePortMessage(PortMessage message, Origin origin
     if (message.msgid == MessageId::result)
         handleResult(message, origin);
     else if (message.msgid == MessageId::request)
-        handleRequest(std::move(message));
+        handleRequest(message);
+    wipeComponents(message);
 }
 
 void AgentMessagingService::handleResult(const PortMessage& message, Origin origin) {
@@ -92,16 +111,38 @@ void AgentMessagingService::handleResult(const PortMessage& message, Origin orig
         return;
     logLine("AgentMessagingService : sending response to pam_kesh");
     sendMsgToClient(message.components.front(), MessageId::result);
+    // One answer to a request: what comes later finds nobody to go to.
+    mfaClientWatch_.reset();
+    mfaClientPort_.reset();
 }
 
-void AgentMessagingService::handleRequest(PortMessage message) {
+void AgentMessagingService::clientHasGone() {
+    logLine("AgentMessagingService : the requester has gone");
+    mfaClientWatch_.reset();
+    mfaClientPort_.reset();
+    sendMsgToApp(std::nullopt, MessageId::withdrawn);
+}
+
+void AgentMessagingService::handleRequest(PortMessage& message) {
     logLine("AgentMessagingService : received Request from pam_kesh");
     if (!message.replyPort)
         return;
+    mfaClientWatch_.reset();
     mfaClientPort_ = std::move(message.replyPort);
+    mfaClientWatch_ = mfaClientPort_->watchReceiver(*runLoop_, [this] { clientHasGone(); });
     if (message.components.empty())
         return;
-    logLine("{}", unarchive(message.components.front()).value_or(Value()));
+    {
+        Value request = unarchive(message.components.front()).value_or(Value());
+        const WipeAtExit wiped(request);
+        logLine("{}", redactedDescription(request));
+    }
+    // An answer to an earlier request may be on its way: it goes to that one's port and ends there.
+    if (!openLocalPort()) {
+        mfaClientWatch_.reset();
+        mfaClientPort_.reset();
+        return;
+    }
     sendMsgToApp(message.components.front(), MessageId::forwardedRequest);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "MessageIds.h"
+#include "AgentChannel.h"
 #include "Port.h"
 
 #include <atomic>
@@ -37,7 +37,9 @@ class AgentMessagingService {
     std::atomic<bool> isServiceDone = false;
 
   private:
-    void handleRequest(PortMessage message);
+    bool openLocalPort();
+    void handleRequest(PortMessage& message);
+    void clientHasGone();
     void handleResult(const PortMessage& message, Origin origin);
 
     PortSystem& ports_;
@@ -46,6 +48,7 @@ class AgentMessagingService {
     std::unique_ptr<Port> localPort_;
     std::unique_ptr<Port> mfaServerPort_;
     SendRightPtr mfaClientPort_;
+    std::unique_ptr<ReceiverWatch> mfaClientWatch_;
 };
 
 }  // namespace quorl

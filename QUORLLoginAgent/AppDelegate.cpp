@@ -15,6 +15,9 @@ namespace quorl {
 
 namespace {
 
+// A page may have set one just now.
+constexpr std::chrono::seconds cookiesDeadline{2};
+
 // In the form of assert(), which release builds leave out.
 [[noreturn]] void failAssertion() {
     std::fprintf(stderr,
@@ -52,7 +55,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     machine_.defUser.clear();
     logLine("QUORLLoginAgent Application launched");
     appSupportDir_ = systemPaths().supportDirectory();
-    logFileP_ = openApplicationLog(appSupportDir_ + "/VantorixClient.log");
+    logFileP_ = openApplicationLog(ownDirectory() + "/VantorixClient.log");
     setNotificationObservers();
     initBrowser();
     application_.hideMenuBar();
@@ -61,13 +64,16 @@ void AppDelegate::applicationDidFinishLaunching() {
     else
         window_->orderOut();
     startMessaging();
-    isMFARequestPresent_ = false;
+    if (!application_.pagesUnavailable())
+        webViewControl_->warmUp();
 }
 
 void AppDelegate::appWillTerminate() {
     logLine("QUORLLoginAgent Application terminated");
     if (agentMessagingService_)
         agentMessagingService_->isServiceDone = true;
+    if (webViewControl_)
+        webViewControl_->saveCookies(cookiesDeadline);
     closeApplicationLog(logFileP_);
     logFileP_ = nullptr;
     customBrowserWindow_->setDelegate(nullptr);
@@ -77,6 +83,10 @@ void AppDelegate::launch() {
     const ServerCommunicator communicator(clock_);
     if (!communicator.isAccessKeyExists())
         logLine("launchSelservice: Unable to get Agent access key");
+    if (const auto fault = application_.pagesUnavailable()) {
+        logLine("launchSelservice: no page can be shown: {}", *fault);
+        return;
+    }
     launchQuorlPortal(PortalOperation::selfService);
 }
 
@@ -88,6 +98,7 @@ void AppDelegate::setNotificationObservers() {
     application_.setWillTerminateHandler([this] { appWillTerminate(); });
     application_.setLinkAction([this] { launch(); });
     webViewControl_ = application_.makeWebView(registerCallbackHandler());
+    errorPage_.emplace(*webViewControl_);
     customBrowserWindow_->setDelegate(this);
 }
 
@@ -100,7 +111,7 @@ void AppDelegate::startMessaging() {
     appLocalPort_ = ports_.makePort();
     if (appLocalPort_) {
         appLocalPort_->setHandler(
-            [this](const PortMessage& message) { handlePortMessage(message); });
+            [this](PortMessage message) { handlePortMessage(std::move(message)); });
         appLocalPort_->addToRunLoop(application_.mainRunLoop());
         sendRight = appLocalPort_->sendRight();
     }

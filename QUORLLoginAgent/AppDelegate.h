@@ -3,10 +3,12 @@
 #include "AgentMessagingService.h"
 #include "Application.h"
 #include "Clock.h"
+#include "ErrorPage.h"
+#include "FileInputs.h"
 #include "HtmlUtils.h"
 #include "MachineDomain.h"
 #include "OfflineMFAController.h"
-#include "PageScripts.h"
+#include "PendingRequest.h"
 #include "Port.h"
 #include "PortalOperation.h"
 #include "Resources.h"
@@ -44,13 +46,19 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     AppDelegate(const AppDelegate&) = delete;
     AppDelegate& operator=(const AppDelegate&) = delete;
 
-    // Lifecycle (AppDelegate.cpp)
     /// Sets everything up, in a fixed order. Without a login panel the program stops at once.
     void applicationDidFinishLaunching();
+
+  private:
+    // Lifecycle (AppDelegate.cpp)
     /// Ends the relay and closes the log.
     void appWillTerminate();
     /// The action of the panel's link: opens the self-service page.
     void launch();
+    WebViewConfiguration registerCallbackHandler();
+    void setNotificationObservers();
+    void showLoginPanel();
+    void startMessaging();
 
     // Machine (AppDelegate_Environment.cpp)
     void setEnvironmentalDetails();
@@ -62,17 +70,23 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     std::optional<std::string> getURLWithOperation(PortalOperation operation);
     /// Shows the browser window for the operation.
     void launchQuorlPortal(PortalOperation operation);
+    void prepareBrowserWindow();
+    void layOutBrowserWindow();
+    void startOfflineMFA();
+    void endOfflinePage();
+    void loadPortalPage(PortalOperation operation);
+    std::string appName() const;
 
     // Browser (AppDelegate_Browser.cpp)
     /// Dresses panel and window from the configuration, and settles the certificate policy.
     void initBrowser();
-    /// Clears the page and shows the text in the error box; with a "Retry" link on request.
-    void showError(const std::string& text, bool reload);
+    void hideBrowserPortal();
     void clearBrowserPortal();
     void clearCookies();
     void handleFileInjection(PageEvent event);
     void windowDidResize() override;
     void windowWillClose() override;
+    void windowWasIdle() override;
     NavigationDecision decidePolicyForNavigationAction(const std::string& url) override;
     void didStartProvisionalNavigation() override;
     void didCommitNavigation() override;
@@ -83,35 +97,31 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     void estimatedProgressChanged(double progress) override;
     void webContentProcessDidTerminate() override;
 
+    // Errors (AppDelegate_Errors.cpp)
+    /// Clears the page and shows the text in the error box; with a "Retry" link on request.
+    void showError(const std::string& text, bool reload);
+    /// The same for a text of the string tables.
+    void showLocalizedError(std::string_view key);
+    void renderErrorPage();
+
     // Page bridge (AppDelegate_PageBridge.cpp)
-    void didReceiveScriptMessage(const std::string& channel,
-                                 const std::optional<std::string>& body) override;
+    void didReceiveScriptMessage(const std::string& channel, const std::optional<std::string>& body,
+                                 const MessageSource& source) override;
     void getOfflineEnrollmentAPIAuthzHeader();
     /// Takes a page's message as its final word: answers the requester, or shows its error text.
     void sendMFAResult(const Value& message);
+    bool offlineFlowRuns() const;
 
     // Requests (AppDelegate_MFARequest.cpp)
-    /// A message on the application's port: the relay's check-in, or a request.
-    void handlePortMessage(const PortMessage& message);
+    /// A message on the application's port: the relay's check-in, a request, or its withdrawal.
+    void handlePortMessage(PortMessage message);
+    void handleRequest(const PortMessage& message);
+    void requestWithdrawn();
     /// Hides the window, answers the request (null: without an answer) and forgets it.
     void sendMFAResponse(const Value& result);
-
-    bool isMFARequestPresent() const { return isMFARequestPresent_; }
-    bool isOfflineMFA() const { return isOfflineMFA_; }
-
-  private:
-    WebViewConfiguration registerCallbackHandler();
-    void setNotificationObservers();
-    void showLoginPanel();
-    void startMessaging();
-    void prepareBrowserWindow();
-    void layOutBrowserWindow();
-    void startOfflineMFA();
-    void loadPortalPage(PortalOperation operation);
-    void showLocalizedError(std::string_view key);
-    void renderErrorPage();
-    void loadBlankPage();
-    std::string appName() const;
+    void answerRequest(const Value& result);
+    /// What the window shows was opened for the request that waits.
+    bool showsRequest() const;
 
     Application& application_;
     PortSystem& ports_;
@@ -121,16 +131,17 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     BrowserWindow* customBrowserWindow_ = nullptr;
     std::unique_ptr<WebView> webViewControl_;
 
-    bool isMFARequestPresent_ = false;
+    std::optional<ErrorPage> errorPage_;
+
+    PendingRequest request_;
+    /// What the window was opened for last; nothing once it has been cleared.
+    std::optional<PortalOperation> shown_;
+    /// An offline flow has run since the start; it is never forgotten.
     bool isOfflineMFA_ = false;
-    bool showReload_ = false;
-    std::optional<std::string> errorMsg_;
     const Value* loginAgentProps_ = nullptr;
     std::string appSupportDir_;
     std::FILE* logFileP_ = nullptr;
-    std::optional<std::string> url_;
     MachineEnvironment machine_;
-    Value mfaRequestParams_;
 
     std::unique_ptr<Port> appLocalPort_;
     SendRightPtr serverPort_;

@@ -1,9 +1,11 @@
 #include "AppDelegate.h"
-#include "CommonUtils.h"
+#include "CertificateSettings.h"
 #include "ConfigParser.h"
 #include "Log.h"
 #include "MFARequest.h"
 #include "NavigationPolicy.h"
+#include "PageScripts.h"
+#include "Redaction.h"
 #include "WindowLayout.h"
 
 #include <filesystem>
@@ -11,7 +13,6 @@
 namespace quorl {
 namespace {
 
-constexpr std::string_view blankPage = "about:blank";
 constexpr double linkTextRise = 20;
 // Components are given unscaled; the screen clamps them, which makes the text white.
 constexpr Color linkTextColor{170, 170, 170, 1.0};
@@ -32,7 +33,13 @@ bool allowAnyHttps = false;
 
 void AppDelegate::initBrowser() {
     const Value& config = getLoginAgentParams();
+    warnOfUncheckedCertificates(config);
     customBrowserWindow_->setTitle(configText(config, "PRODTITLE"));
+
+    // Told once, here: it is loaded whatever the list says, since every refusal ends on it.
+    if (decideNavigation(blankPage, config) == NavigationDecision::cancel)
+        logLine("initBrowser : MAC_AGENT_HOST_EXCLUDE lacks {}, which the agent itself opens",
+                blankPage);
 
     const std::string imagePath = configText(config, "IMAGEPATH");
     auto image = existingFile(appSupportDir_ + "/" + imagePath);
@@ -50,15 +57,17 @@ void AppDelegate::initBrowser() {
         window_->setButtonTextOrigin({origin.x, origin.y + linkTextRise});
         window_->setButtonTextColor(linkTextColor);
     }
-    allowAnyHttps = isFalse(config, "RESTRICT_BADCERT");
+    allowAnyHttps = pageCertificatePolicy(config) == CertificatePolicy::allowAny;
 }
 
 NavigationDecision AppDelegate::decidePolicyForNavigationAction(const std::string& url) {
-    logLine("decidePolicyForNavigationAction: {}", url);
+    logLine("decidePolicyForNavigationAction: {}", redactedAddress(url));
+    if (errorPage_->isOwnLoad(url))
+        return NavigationDecision::allow;
     const NavigationDecision decision = decideNavigation(url, getLoginAgentParams());
     if (decision == NavigationDecision::cancel) {
         logLine("decidePolicyForNavigationAction: External URL access is denied. URL hostname: {}",
-                url);
+                redactedAddress(url));
         showError("External URL is denied. Please contact the administrator.", false);
     }
     return decision;
@@ -76,8 +85,9 @@ void AppDelegate::didCommitNavigation() {
 
 void AppDelegate::didFinishNavigation(const std::string& url) {
     logLine("didFinishNavigation :: navigation completed...");
+    errorPage_->didLoad(url);
     if (url == blankPage) {
-        if (errorMsg_ && !errorMsg_->empty())
+        if (errorPage_->hasText())
             renderErrorPage();
     } else {
         handleFileInjection(PageEvent::documentComplete);
@@ -89,15 +99,6 @@ void AppDelegate::didFinishNavigation(const std::string& url) {
         }
     }
     customBrowserWindow_->setProgressHidden(true);
-}
-
-void AppDelegate::renderErrorPage() {
-    logLine("showError going to show... {}", *errorMsg_);
-    std::string retryURL;
-    if (showReload_)
-        retryURL = getURLWithOperation(PortalOperation::selfService).value_or("");
-    webViewControl_->evaluateJavaScript(errorPageScript(*errorMsg_, showReload_, retryURL),
-                                        nullptr);
 }
 
 void AppDelegate::didFailNavigation(const LoadError& error) {
@@ -129,24 +130,6 @@ void AppDelegate::webContentProcessDidTerminate() {
     showLocalizedError("IDS_SERVER_UNREACH");
 }
 
-void AppDelegate::showError(const std::string& text, bool reload) {
-    webViewControl_->stopLoading();
-    loadBlankPage();
-    errorMsg_ = text;
-    showReload_ = reload;
-    customBrowserWindow_->setTitle(configText(getLoginAgentParams(), "PRODTITLE"));
-    webViewControl_->setNeedsDisplay();
-}
-
-void AppDelegate::showLocalizedError(std::string_view key) {
-    showError(getLocalizedString(key, configText(getLoginAgentParams(), "LOCALE_ID"), resources_),
-              false);
-}
-
-void AppDelegate::loadBlankPage() {
-    webViewControl_->loadRequest({.url = std::string(blankPage)});
-}
-
 void AppDelegate::handleFileInjection(PageEvent event) {
     logLine("handleFileInjection started for {}", eventName(event));
     webViewControl_->evaluateJavaScript(fileInjectionScript(event), nullptr);
@@ -159,7 +142,7 @@ void AppDelegate::windowDidResize() {
 
 void AppDelegate::windowWillClose() {
     logLine("customBrowserWillClose : Received customBrowserWillClose notification...");
-    if (!isMFARequestPresent_) {
+    if (!request_.isAnswerOwed()) {
         clearBrowserPortal();
         return;
     }
@@ -168,11 +151,24 @@ void AppDelegate::windowWillClose() {
     sendMFAResponse(closedWindowResult(verified));
 }
 
+void AppDelegate::windowWasIdle() {
+    logLine("windowWasIdle : nobody uses the window, it is closed");
+    customBrowserWindow_->close();
+}
+
+void AppDelegate::hideBrowserPortal() {
+    customBrowserWindow_->orderOut();
+    clearBrowserPortal();
+}
+
 void AppDelegate::clearBrowserPortal() {
+    customBrowserWindow_->setIdleLimit(std::nullopt);
+    endOfflinePage();
     window_->setEnabled(true);
     clearCookies();
-    errorMsg_.reset();
-    loadBlankPage();
+    errorPage_->clear();
+    webViewControl_->clear();
+    shown_.reset();
 }
 
 void AppDelegate::clearCookies() {

@@ -1,27 +1,45 @@
+#include "AnswerPolicy.h"
 #include "AppDelegate.h"
 #include "EnrollmentHandler.h"
 #include "Log.h"
 #include "PageMessage.h"
+#include "PageScripts.h"
+#include "Redaction.h"
+#include "Wipe.h"
 
 namespace quorl {
 
 void AppDelegate::didReceiveScriptMessage(const std::string& channel,
-                                          const std::optional<std::string>& body) {
+                                          const std::optional<std::string>& body,
+                                          const MessageSource& source) {
     if (channel != registerCallbackHandler().scriptMessageHandlerName)
         return;
     logLine("userContentController :: Received message from JavaScript....");
-    const Value message = parsePageMessage(body);
+    Value message = parsePageMessage(body);
+    const WipeAtExit atExit(message);
     const Value* method = member(message, "METHOD");
     logLine("userContentController :: method - {}", method ? *method : Value());
 
+    const Speaker speaker =
+        speakerOf(source.pageURL, getLoginAgentParams(),
+                  resources_.pathForResource("resources/offlineMFA/OfflineMFA", "htm"));
+    if (!maySay(pageMethod(message), speaker, offlineFlowRuns())) {
+        logLine("userContentController :: dropped, it is not for this page to say: {}",
+                redactedAddress(source.pageURL));
+        return;
+    }
     // Kept by name: an accepted code may close the window and replace the controller's owner.
     const auto controller = offlineMFAController_;
     switch (pageMethod(message)) {
-        case PageMethod::buttonOK:
+        case PageMethod::buttonOK: {
             logLine("onButtonOK :: Received ButtonOk action");
+            std::optional<std::string> code = passcode(message);
             if (controller)
-                controller->onButtonOK(passcode(message));
+                controller->onButtonOK(code);
+            if (code)
+                wipe(*code);
             break;
+        }
         case PageMethod::buttonChoose:
             logLine("onButtonChoose :: Received ButtonChoose action");
             if (controller)
@@ -31,13 +49,22 @@ void AppDelegate::didReceiveScriptMessage(const std::string& channel,
             getOfflineEnrollmentAPIAuthzHeader();
             break;
         case PageMethod::result:
-            sendMFAResult(message);
+            // Nobody is verified by a word of the offline page: it can only give up.
+            sendMFAResult(speaker == Speaker::server ? message : Value());
             break;
     }
 }
 
+bool AppDelegate::offlineFlowRuns() const {
+    return request_.isAnswerOwed() && shown_ == PortalOperation::offlineMFA;
+}
+
+bool AppDelegate::showsRequest() const {
+    return request_.isAnswerOwed() && shown_ && shown_ != PortalOperation::selfService;
+}
+
 void AppDelegate::getOfflineEnrollmentAPIAuthzHeader() {
-    const EnrollmentHandler handler(clock_);
+    EnrollmentHandler handler(clock_);
     const std::optional<Value> header = handler.getAddEnrollmentHeader();
     if (!header) {
         logLine("getOfflineEnrollmentAPIAuthzHeader :: Error converting authHeaderJson : {}",
@@ -61,14 +88,15 @@ void AppDelegate::sendMFAResult(const Value& message) {
     logLine(
         "sendMFAResult : Received message from the browser portal via the web script - "
         "mfaResponse..");
-    const PageResult result = pageResult(message);
+    PageResult result = pageResult(message);
+    const WipeAtExit atExit(result.response);
     logLine("sendMFAResult : mfaResult - {} , key - {}", result.response["MFA_AUTH_RESULT"],
-            result.response["KEY"]);
+            lengthOf(result.response["KEY"]));
     if (result.verified || result.errorMessage.empty()) {
         sendMFAResponse(result.response);
         return;
     }
-    loadBlankPage();
+    errorPage_->loadBlankPage();
     showError(result.errorMessage, false);
 }
 

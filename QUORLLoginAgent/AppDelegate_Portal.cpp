@@ -4,9 +4,23 @@
 #include "Log.h"
 #include "MFARequest.h"
 #include "PortalURL.h"
+#include "Redaction.h"
 #include "WindowLayout.h"
+#include "Wipe.h"
 
 namespace quorl {
+namespace {
+
+// Whoever opened the self-service page may have walked away from it, logged in.
+constexpr std::chrono::minutes idleLimit{5};
+
+// A window that is to explain something is never empty.
+std::string textOrKey(const Value& request, const char* key) {
+    std::string text = stringValue(request, key).value_or("");
+    return text.empty() ? key : text;
+}
+
+}  // namespace
 
 std::string AppDelegate::appName() const {
     return "QUORLLoginAgent";
@@ -29,32 +43,36 @@ std::optional<std::string> AppDelegate::getURLWithOperation(PortalOperation oper
     const Value& config = getLoginAgentParams();
     logLine("getURLWithOperation : AppName - {}, AppVersion - {}", appName(),
             configText(config, "VERSION"));
-    const std::string path = operation == PortalOperation::mfa
-                                 ? stringValue(mfaRequestParams_, "MFA_REQUEST_URL").value_or("")
-                                 : std::string(selfServicePath);
+    const std::string path =
+        operation == PortalOperation::mfa
+            ? stringValue(request_.parameters(), "MFA_REQUEST_URL").value_or("")
+            : std::string(selfServicePath);
     std::optional<std::string> url = portalURL(config, path);
     if (!url) {
         logLine("getURLWithOperation : Server settings not configured correctly");
         showLocalizedError("IDS_SERVER_UNREACH");
         return std::nullopt;
     }
-    logLine("getURLWithOperation : URL - {}", *url);
-    url_ = url;
+    logLine("getURLWithOperation : URL - {}", redactedAddress(*url));
     return url;
 }
 
 void AppDelegate::launchQuorlPortal(PortalOperation operation) {
     logLine("launchQuorlPortal called with operation - {}", operationName(operation));
     getLoginAgentParams();
+    endOfflinePage();
     if (!customBrowserWindow_->isVisible())
         prepareBrowserWindow();
     window_->setEnabled(false);
+    shown_ = operation;
+    customBrowserWindow_->setIdleLimit(
+        operation == PortalOperation::selfService ? std::optional(idleLimit) : std::nullopt);
     switch (operation) {
         case PortalOperation::errorMessage:
-            showError(stringValue(mfaRequestParams_, "ERROR_MSG").value_or(""), false);
+            showError(textOrKey(request_.parameters(), "ERROR_MSG"), false);
             break;
         case PortalOperation::mfaErrorMessage:
-            showLocalizedError(stringValue(mfaRequestParams_, "MFA_ERROR_MSG").value_or(""));
+            showLocalizedError(textOrKey(request_.parameters(), "MFA_ERROR_MSG"));
             break;
         case PortalOperation::offlineMFA:
             startOfflineMFA();
@@ -81,8 +99,8 @@ void AppDelegate::layOutBrowserWindow() {
 }
 
 void AppDelegate::startOfflineMFA() {
-    const std::string userName = stringValue(mfaRequestParams_, "USER_NAME").value_or("");
-    const std::string domainName = stringValue(mfaRequestParams_, "DOMAIN_NAME").value_or("");
+    const std::string userName = stringValue(request_.parameters(), "USER_NAME").value_or("");
+    const std::string domainName = stringValue(request_.parameters(), "DOMAIN_NAME").value_or("");
     logLine("Going to invoke Offline MFA for user - {} @ {}", userName, domainName);
     html_ = std::make_shared<HtmlUtils>(*webViewControl_, *customBrowserWindow_, resources_);
     offlineMFAController_ =
@@ -92,12 +110,24 @@ void AppDelegate::startOfflineMFA() {
     controller->doAuthenticate();
 }
 
+// The controller is kept, since whether it has verified somebody is asked later on; but it may be
+// waiting for its page's word, and must not act in a window that shows something else by then.
+void AppDelegate::endOfflinePage() {
+    if (html_)
+        html_->detach();
+}
+
 void AppDelegate::loadPortalPage(PortalOperation operation) {
     const std::optional<std::string> url = getURLWithOperation(operation);
     if (!url)
         return;
-    webViewControl_->loadRequest(makePageRequest(*url, mfaRequestParams_));
+    PageRequest page = makePageRequest(*url, request_.parameters());
+    webViewControl_->loadRequest(page);
     webViewControl_->setAllowsBackForwardNavigationGestures(false);
+    if (page.body)
+        wipe(*page.body);
+    for (auto& [name, value] : page.headers)
+        wipe(value);
 }
 
 }  // namespace quorl

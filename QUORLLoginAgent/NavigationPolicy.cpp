@@ -1,25 +1,16 @@
 #include "NavigationPolicy.h"
 
+#include "AsciiCase.h"
 #include "ConfigParser.h"
+#include "ServerAddress.h"
+#include "Utf8.h"
 
 #include <algorithm>
+#include <array>
 
 namespace quorl {
-namespace {
 
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-std::string lowerCase(std::string_view text) {
-    std::string out(text);
-    std::transform(out.begin(), out.end(), out.begin(), lower);
-    return out;
-}
-
-}  // namespace
-
-std::vector<std::string> navigationAllowList(const Value& config) {
+std::vector<std::string> listedEntries(const Value& config) {
     std::vector<std::string> list;
     const std::string entries = configText(config, "MAC_AGENT_HOST_EXCLUDE");
     for (std::size_t start = 0; start <= entries.size();) {
@@ -27,16 +18,34 @@ std::vector<std::string> navigationAllowList(const Value& config) {
         list.push_back(entries.substr(start, end - start));
         start = end + 1;
     }
-    list.push_back(lowerCase(configText(config, "SERVERNAME")));
     return list;
+}
+
+bool namesNoHost(std::string_view entry) {
+    constexpr std::array schemes = {"about:", "javascript", "data:", "blob:"};
+    const std::string whole = lowerCase(entry);
+    return std::ranges::any_of(schemes,
+                               [&whole](const char* scheme) { return whole.starts_with(scheme); });
+}
+
+std::string asAddressed(std::string_view entry) {
+    // Entries in ASCII are fragments of any kind and stay as they are.
+    const auto name = isAscii(entry) ? std::nullopt : asciiHost(entry);
+    return lowerCase(name ? *name : entry);
 }
 
 NavigationDecision decideNavigation(std::string_view url, const Value& config) {
     if (isFileURL(url))
         return NavigationDecision::allow;
     const std::string whole = lowerCase(url);
-    for (const std::string& entry : navigationAllowList(config)) {
-        if (!entry.empty() && whole.find(lowerCase(entry)) != std::string::npos)
+    const bool isHttps = whole.starts_with("https:");
+    std::vector<std::string> entries = listedEntries(config);
+    entries.push_back(configText(config, "SERVERNAME"));
+    for (const std::string& listed : entries) {
+        const std::string entry = asAddressed(listed);
+        if (entry.empty() || whole.find(entry) == std::string::npos)
+            continue;
+        if (isHttps || (namesNoHost(entry) && whole.starts_with(entry)))
             return NavigationDecision::allow;
     }
     return NavigationDecision::cancel;

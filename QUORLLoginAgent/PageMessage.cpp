@@ -1,10 +1,11 @@
 #include "PageMessage.h"
 
+#include "BoundedJson.h"
+
 namespace quorl {
 namespace {
 
-constexpr std::size_t largestMessage = 1 << 20;
-constexpr int deepestMessage = 32;
+constexpr JsonLimits messageLimits = {.bytes = 1 << 20, .depth = 32};
 
 Value valueOr(const Value& message, std::string_view key, const char* fallback) {
     const Value* value = member(message, key);
@@ -18,10 +19,8 @@ bool isText(const Value& value, std::string_view text) {
 }  // namespace
 
 Value parsePageMessage(const std::optional<std::string>& body) {
-    if (!body || body->size() > largestMessage || jsonNesting(*body) > deepestMessage)
-        return {};
-    Value message = Value::parse(*body, nullptr, /*allow_exceptions=*/false);
-    return message.is_object() ? message : Value();
+    const auto message = body ? parseJSON(*body, messageLimits) : std::nullopt;
+    return message && message->is_object() ? *message : Value();
 }
 
 PageMethod pageMethod(const Value& message) {

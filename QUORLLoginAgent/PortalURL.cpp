@@ -1,18 +1,23 @@
 #include "PortalURL.h"
 
 #include "CommonUtils.h"
-#include "ConfigParser.h"
+#include "Log.h"
+#include "ServerAddress.h"
 
 namespace quorl {
 
 std::optional<std::string> portalURL(const Value& config, std::string_view path) {
-    const std::string server = configText(config, "SERVERNAME");
-    const std::string port = configText(config, "PORTNUMBER");
-    if (server.empty() || port.empty())
+    const auto server = serverAddress(config);
+    if (!server)
         return std::nullopt;
     const std::string base =
-        constructServerURL(server, port, configText(config, "CONTEXT_PATH"), "");
-    return encodeURLQuery(base + std::string(path));
+        constructServerURL(server->host, server->port, server->contextPath, "");
+    // Right behind the port, anything else would make another server of it.
+    if (server->contextPath.empty() && !path.empty() && path.front() != '/') {
+        logLine("portalURL : the path of the page does not begin with a slash");
+        return std::nullopt;
+    }
+    return encodeBehindServer(base + std::string(path));
 }
 
 }  // namespace quorl

@@ -4,9 +4,12 @@
 #include "Handle.h"
 #include "LinuxPortSystem.h"
 #include "ServerCommunicator.h"
+#include "StandardStreams.h"
 #include "SystemPaths.h"
 
 #include <fcntl.h>
+#include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,7 +40,7 @@ std::optional<int> runAction(const ArgumentDefaults& defaults) {
     const std::optional<std::string> status = defaults.stringForKey("status");
     if (status == "install" || status == "uninstall")
         silenceTerminal();
-    ServerCommunicator communicator;
+    ServerCommunicator communicator(systemClock());
     if (status == "uninstall")
         return exitStatus(communicator.updateAgentStatus(status));
     if (status == "install")
@@ -51,9 +54,12 @@ int runApplication() {
         std::fprintf(stderr, "QUORLLoginAgent: %s\n", application.error().c_str());
         return 1;
     }
-    LinuxPortSystem ports(systemPaths().runtimeDir);
+    LinuxPortSystem ports(systemPaths().runtimeDir,
+                          {.ownAccount = secure_getenv("QUORL_SERVE_OWN_ACCOUNT") != nullptr});
     AppDelegate delegate({**application, ports, mainBundle(), systemClock()});
     delegate.applicationDidFinishLaunching();
+    // Here the log is open, and no page's process has been started yet that would inherit them.
+    const StandardStreamsInLog streams;
     return (*application)->run();
 }
 
@@ -62,6 +68,10 @@ int runApplication() {
 int main(int argc, char** argv) {
     // Before anything is created: files hold secrets, sockets let requests in.
     umask(077);
+    // Whoever names a file there would be handed what decrypts the agent's calls.
+    unsetenv("SSLKEYLOGFILE");
+    // Keys are in its memory: no core file of it, and no other process of its account reads it.
+    prctl(PR_SET_DUMPABLE, 0);
     const ArgumentDefaults defaults(argc, argv);
     if (const auto status = runAction(defaults))
         return *status;

@@ -3,28 +3,23 @@
 #include "Groups.h"
 #include "Handle.h"
 #include "KeyedArchive.h"
-#include "SampleRequest.h"
+#include "SampleData.h"
 
 #include <plist/plist.h>
-
-#include <cstdlib>
-#include <memory>
 
 namespace quorl::bench {
 namespace {
 
-using Plist = std::unique_ptr<std::remove_pointer_t<plist_t>, FreeWith<plist_free>>;
+using Plist = Handle<std::remove_pointer_t<plist_t>, plist_free>;
 using BinaryPlist = Handle<char, plist_to_bin_free>;
 
-constexpr int samples = 400;
-constexpr int batch = 100;
+constexpr Turns turns{.turns = 400, .runs = 100};
 
 Plist parse(const Bytes& bytes) {
     plist_t node = nullptr;
     plist_from_bin(reinterpret_cast<const char*>(bytes.data()),
                    static_cast<std::uint32_t>(bytes.size()), &node);
-    if (!node)
-        std::abort();
+    expect(node, "the library cannot read the archive");
     return Plist(node);
 }
 
@@ -33,13 +28,7 @@ void emit(const Plist& plist) {
     std::uint32_t length = 0;
     plist_to_bin(plist.get(), &bytes, &length);
     const BinaryPlist written(bytes);
-    if (!written)
-        std::abort();
-}
-
-void check(bool done) {
-    if (!done)
-        std::abort();
+    expect(bytes, "the library cannot write the archive");
 }
 
 }  // namespace
@@ -48,13 +37,16 @@ void benchArchive(Figures& figures) {
     const Value& request = sampleRequest();
     const Bytes bytes = *archive(request);
     const Plist plist = parse(bytes);
-    const auto microseconds = [&](const std::string& figure, const Pair& pair) {
-        figures.add(figure, pair.work / 1000, pair.floor / 1000, "us");
-    };
-    microseconds("agent.archive.decode", comparePair([&] { check(unarchive(bytes).has_value()); },
-                                                     [&] { parse(bytes); }, samples, batch));
-    microseconds("agent.archive.encode", comparePair([&] { check(archive(request).has_value()); },
-                                                     [&] { emit(plist); }, samples, batch));
+    const auto decode = [&] { expect(unarchive(bytes).has_value(), "no archive is read"); };
+    const auto encode = [&] { expect(archive(request).has_value(), "no archive is written"); };
+    figures.add("agent.archive.decode",
+                compare(
+                    decode, [&] { parse(bytes); }, turns),
+                us);
+    figures.add("agent.archive.encode",
+                compare(
+                    encode, [&] { emit(plist); }, turns),
+                us);
 }
 
 }  // namespace quorl::bench

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "Bytes.h"
+#include "Handle.h"
 
-#include <memory>
+#include <glib.h>
+
 #include <string>
+#include <thread>
 
 namespace quorl::bench {
 
@@ -22,9 +25,16 @@ class BareRelay {
     void request(const Bytes& body);
 
   private:
-    class Threads;
+    void relay(const std::stop_token& stop);
+    void application();
+    static gboolean answer(gint fd, GIOCondition condition, gpointer done);
+
     std::string path_;
-    std::unique_ptr<Threads> threads_;
+    FileDescriptor listener_;
+    FileDescriptor relayEnd_;
+    FileDescriptor applicationEnd_;
+    std::jthread relay_;
+    std::jthread application_;
 };
 
 }  // namespace quorl::bench

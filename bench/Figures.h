@@ -3,70 +3,95 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <functional>
+#include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace quorl::bench {
 
-/// Prints figures as they are measured: `figure<TAB>value<TAB>unit`.
-class Figures {
-  public:
-    void add(const std::string& figure, double value, const std::string& unit) {
-        std::printf("%s\t%.4g\t%s\n", figure.c_str(), value, unit.c_str());
-        std::fflush(stdout);
-    }
-    /// A figure, its floor measured in the same run, and the ratio of the two.
-    void add(const std::string& figure, double value, double floor, const std::string& unit) {
-        add(figure, value, unit);
-        add(figure + ".floor", floor, unit);
-        add(figure + ".ratio", value / floor, "x");
-    }
+/// What a figure is printed in, and how many of what was measured make one of it.
+struct Unit {
+    const char* name;
+    double size = 1;
 };
+inline constexpr Unit ns{"ns"}, us{"us", 1e3}, ms{"ms", 1e6}, s{"s", 1e9}, MiB{"MiB"};
 
 /// The value below which that share of the samples lies; 0.5 is the median.
-inline double percentile(std::vector<double> samples, double share) {
+inline double percentile(std::vector<double> samples, double share = 0.5) {
     std::sort(samples.begin(), samples.end());
     const auto last = static_cast<double>(samples.size() - 1);
     return samples[static_cast<std::size_t>(share * last)];
 }
-inline double median(std::vector<double> samples) {
-    return percentile(std::move(samples), 0.5);
-}
 
-/// How long the work takes once, in nanoseconds.
-inline double nanoseconds(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return static_cast<double>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                   std::chrono::steady_clock::now() - start)
-                                   .count());
-}
-
-/// Medians in nanoseconds of one run of each of two works, measured in turn after a warm-up,
-/// `batch` runs to a sample: the machine's drift hits both alike.
-struct Pair {
-    double work;
-    double floor;
+/// What a work took, and what the least that any such work must do took in the same run.
+struct Samples {
+    std::vector<double> ours = {};
+    std::vector<double> floor = {};
 };
-inline Pair comparePair(const std::function<void()>& work, const std::function<void()>& floor,
-                        int samples, int batch) {
-    const auto timed = [batch](const std::function<void()>& body) {
-        return nanoseconds([&] {
-                   for (int i = 0; i < batch; ++i)
-                       body();
-               }) /
-               batch;
-    };
-    timed(work);
-    timed(floor);
-    std::vector<double> ours;
-    std::vector<double> theirs;
-    for (int i = 0; i < samples; ++i) {
-        ours.push_back(timed(work));
-        theirs.push_back(timed(floor));
+
+/// Prints figures as they are measured: `figure<TAB>value<TAB>unit`.
+class Figures {
+  public:
+    void add(const std::string& figure, double value, Unit unit) {
+        std::printf("%s\t%.4g\t%s\n", figure.c_str(), value / unit.size, unit.name);
+        std::fflush(stdout);
     }
-    return {median(ours), median(theirs)};
+    /// A figure, its floor, and the ratio of the two.
+    void add(const std::string& figure, const Samples& samples, Unit unit, double share = 0.5) {
+        const double ours = percentile(samples.ours, share);
+        const double floor = percentile(samples.floor, share);
+        add(figure, ours, unit);
+        add(figure + ".floor", floor, unit);
+        add(figure + ".ratio", ours / floor, {"x"});
+    }
+};
+
+/// Nanoseconds since some fixed moment.
+inline double now() {
+    return std::chrono::duration<double, std::nano>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+/// How often two works take turns, how many samples each takes in its turn, and how many runs make
+/// a sample.
+struct Turns {
+    int turns;
+    int samples = 1;
+    int runs = 1;
+};
+
+/// Nanoseconds that one run of each work takes, or those that it gives where it times itself. The
+/// works take turns after one to warm up: the machine's drift hits both alike.
+template <class Ours, class Floor>
+Samples compare(Ours ours, Floor floor, Turns turns) {
+    Samples samples;
+    const auto measure = [&](auto& work, std::vector<double>& into) {
+        for (int sample = 0; sample < turns.samples; ++sample) {
+            if constexpr (std::is_same_v<decltype(work()), double>) {
+                into.push_back(work());
+            } else {
+                const double start = now();
+                for (int run = 0; run < turns.runs; ++run)
+                    work();
+                into.push_back((now() - start) / turns.runs);
+            }
+        }
+    };
+    for (int turn = 0; turn <= turns.turns; ++turn) {
+        if (turn == 1)
+            samples = {};
+        measure(ours, samples.ours);
+        measure(floor, samples.floor);
+    }
+    return samples;
+}
+
+/// What is compared must be done right on both sides, or its figures say nothing: ends the group.
+inline void expect(bool right, const char* what) {
+    if (!right)
+        throw std::runtime_error(what);
 }
 
 }  // namespace quorl::bench

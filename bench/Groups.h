@@ -10,6 +10,7 @@ void benchHttps(Figures& figures);
 void benchLaunch(Figures& figures);
 void benchMessage(Figures& figures);
 void benchOffline(Figures& figures);
+void benchPam(Figures& figures);
 void benchStore(Figures& figures);
 void benchTotp(Figures& figures);
 

@@ -8,83 +8,58 @@ namespace {
 
 using test::AgentStage;
 
-constexpr const char* secret = "JBSWY3DPEHPK3PXPJBSWY3DPEHPK3PXP";
 constexpr int runs = 7;
 constexpr int laterPages = 5;  // of each run
 
-void enroll(AgentStage& stage) {
-    stage.startServer({"--token", "t=alice@EXAMPLE"});
-    stage.configure({{"OFFLINE_MFA", "true"},
-                     {"INSTALLATION_KEY", AgentStage::encryptedKey("demo-installation-key")}});
-    stage.run({"QUORLLoginAgent", "-action", "updateAgentStatus", "-status", "install"})->wait();
-    stage.run({"offline-sync", "sync", "t"})->wait();
-    stage.stopServer();
-}
-
-// The page is filled by scripts that run in order, so it takes keys once the last has been handed
-// over: right after this line of the log.
-constexpr const char* filled =
-    "MFAController:: didFinishNavigation : loading offline related content";
-
-double untilReady(AgentStage& stage, ChannelClient& client) {
-    LogReader log(stage);
-    const double start = milliseconds();
-    client.send({{"OFFLINE_MFA", true}, {"USER_NAME", "alice"}, {"DOMAIN_NAME", "EXAMPLE"}});
-    log.await(filled);
-    return milliseconds() - start;
-}
-
-// From the key press, the start of the program that presses it included.
-double untilAnswer(AgentStage& stage, ChannelClient& client) {
-    stage.type(AgentStage::code(secret));
-    const double start = milliseconds();
-    stage.press("Return");
-    const Value answer = client.answer();
-    return stringValue(answer, "MFA_AUTH_RESULT") == "SUCCESS" ? milliseconds() - start : -1;
-}
-
-double untilFinished(MinimalBrowser& browser, const std::string& url) {
-    const double start = milliseconds();
-    browser.say(url);
-    browser.await("finished " + url);
-    return milliseconds() - start;
+// Asks for a page, verifies, and gives how long the page took to be ready; the answer's time goes
+// into the list.
+double page(AgentStage& stage, std::vector<double>& answers) {
+    LineReader log(stage);
+    const double start = now();
+    auto answered = std::async(std::launch::async, [] {
+        const Value answer =
+            ask({{"OFFLINE_MFA", true}, {"USER_NAME", "alice"}, {"DOMAIN_NAME", "EXAMPLE"}});
+        expect(stringValue(answer, "MFA_AUTH_RESULT") == "SUCCESS", "a right code was refused");
+        return now();
+    });
+    log.await(offlinePageReady);
+    const double ready = now() - start;
+    stage.type(AgentStage::code(userSecret));
+    answers.push_back(untilEnded(stage, std::move(answered)));
+    return ready;
 }
 
 }  // namespace
 
 void benchOffline(Figures& figures) {
     AgentStage stage;
-    enroll(stage);
+    enroll(stage, "alice@EXAMPLE");
     stage.startDisplay();
     const std::string file =
         "file://" QUORL_BINARY_DIR "/resources/resources/offlineMFA/OfflineMFA.htm";
 
-    std::vector<double> first, second, answer, firstFloor, secondFloor;
-    for (int i = 0; i < runs; ++i) {
+    Samples first, second;
+    std::vector<double> answers;
+    for (int run = 0; run < runs; ++run) {
         stage.startAgent();
-        ChannelClient client(stage);
-        first.push_back(untilReady(stage, client));
-        answer.push_back(untilAnswer(stage, client));
-        for (int page = 0; page < laterPages; ++page) {
+        first.ours.push_back(page(stage, answers));
+        for (int later = 0; later < laterPages; ++later) {
             settle();
-            second.push_back(untilReady(stage, client));
-            answer.push_back(untilAnswer(stage, client));
+            second.ours.push_back(page(stage, answers));
         }
         stage.agent().stop(SIGTERM);
 
         MinimalBrowser browser(stage);
-        firstFloor.push_back(untilFinished(browser, file));
-        for (int page = 0; page < laterPages; ++page) {
+        first.floor.push_back(browser.time(file, "finished " + file));
+        for (int later = 0; later < laterPages; ++later) {
             browser.hide();
             settle();
-            secondFloor.push_back(untilFinished(browser, file));
+            second.floor.push_back(browser.time(file, "finished " + file));
         }
     }
-    figures.add("agent.offline.page.first", median(first), median(firstFloor), "ms");
-    figures.add("agent.offline.page.second", median(second), median(secondFloor), "ms");
-    if (percentile(answer, 0) < 0)
-        std::fprintf(stderr, "offline: a right code was not answered with SUCCESS\n");
-    figures.add("agent.offline.answer", median(answer), "ms");
+    figures.add("agent.offline.page.first", first, ms);
+    figures.add("agent.offline.page.second", second, ms);
+    figures.add("agent.offline.answer", percentile(answers), ms);
 }
 
 }  // namespace quorl::bench

@@ -15,13 +15,13 @@ struct Group {
 };
 constexpr std::array groups = {
     Group{"archive", benchArchive}, Group{"https", benchHttps},     Group{"launch", benchLaunch},
-    Group{"message", benchMessage}, Group{"offline", benchOffline}, Group{"store", benchStore},
-    Group{"totp", benchTotp},
+    Group{"message", benchMessage}, Group{"offline", benchOffline}, Group{"pam", benchPam},
+    Group{"store", benchStore},     Group{"totp", benchTotp},
 };
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     const std::string_view wanted = argc == 2 ? argv[1] : "";
     Figures figures;
     for (const Group& group : groups) {
@@ -34,4 +34,7 @@ int main(int argc, char** argv) {
         return 0;
     std::fputs("usage: bench GROUP | --list\n", stderr);
     return 2;
+} catch (const std::exception& failure) {
+    std::fprintf(stderr, "bench: %s\n", failure.what());
+    return 1;
 }

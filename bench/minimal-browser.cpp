@@ -71,7 +71,8 @@ gboolean command(GIOChannel* channel, GIOCondition, gpointer data) {
 
 int main(int argc, char** argv) {
     g_setenv("WEBKIT_DISABLE_DMABUF_RENDERER", "1", TRUE);
-    g_setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", FALSE);
+    // Of an address with a path the engine opens the path's folder to its processes.
+    g_setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", TRUE);
     gtk_init(&argc, &argv);
     Browser browser;
     browser.window = gtk_window_new(GTK_WINDOW_TOPLEVEL);

@@ -1,7 +1,21 @@
 # Options that every target of ours is compiled with, and the shorthands for libraries and tests.
 add_library(quorl_options INTERFACE)
-target_compile_options(quorl_options INTERFACE -Wall -Wextra -Wpedantic -Werror)
-if(QUORL_SANITIZE)
+target_compile_options(quorl_options INTERFACE -Wall -Wextra -Wpedantic)
+if(QUORL_WERROR)
+  target_compile_options(quorl_options INTERFACE -Werror)
+endif()
+
+# What makes a fault in memory harder to use; the sanitizers, which find such faults, do without.
+add_library(quorl_hardening INTERFACE)
+target_compile_options(quorl_hardening INTERFACE -fstack-protector-strong -fstack-clash-protection
+                       -fcf-protection)
+target_compile_definitions(quorl_hardening INTERFACE _GLIBCXX_ASSERTIONS
+                           $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+target_link_options(quorl_hardening INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:--as-needed)
+
+if(NOT QUORL_SANITIZE)
+  target_link_libraries(quorl_options INTERFACE quorl_hardening)
+else()
   target_compile_options(quorl_options INTERFACE -fsanitize=${QUORL_SANITIZE}
                          -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(quorl_options INTERFACE -fsanitize=${QUORL_SANITIZE})

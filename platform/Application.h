@@ -6,6 +6,8 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string>
 
 namespace quorl {
 
@@ -22,6 +24,9 @@ class Application {
     /// Makes the web view inside the browser window. Its processes start at the first load.
     virtual std::unique_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) = 0;
     virtual void hideMenuBar() = 0;
+    /// Why this machine may show no page (the web engine's sandbox does not start), as one line;
+    /// nothing when it may. Settled before the application is made, the same for all its life.
+    virtual std::optional<std::string> pagesUnavailable() const = 0;
     /// The main thread's own loop, where ports can be added.
     virtual RunLoop& mainRunLoop() = 0;
     /// Called once when the application is asked to end, before run() returns.

@@ -1,14 +1,18 @@
 #include "AtomicFile.h"
 
 #include "Handle.h"
+#include "Log.h"
+#include "SystemPaths.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 
 namespace quorl {
@@ -63,17 +67,26 @@ std::string folderOf(const std::string& path) {
     return folder.empty() ? "." : folder.string();
 }
 
-}  // namespace
+bool isAgentGroup(gid_t group) {
+    std::array<char, 4096> buffer;
+    struct group entry {};
+    struct group* found = nullptr;
+    return getgrnam_r(systemPaths().agentAccount.c_str(), &entry, buffer.data(), buffer.size(),
+                      &found) == 0 &&
+           found && entry.gr_gid == group;
+}
 
-tl::expected<void, std::string> replaceFile(const std::string& path, ByteView content,
-                                            std::optional<mode_t> mode) {
+enum class Owner { keep, own };
+
+tl::expected<void, std::string> replace(const std::string& path, ByteView content,
+                                        std::optional<FileAccess> access, Owner owner) {
     struct stat old {};
     const bool exists = lstat(path.c_str(), &old) == 0;
     if (!exists && errno != ENOENT)
         return failure("cannot look at the file");
     if (exists && !S_ISREG(old.st_mode))
         return tl::unexpected(std::string("not a regular file"));
-    const mode_t finalMode = mode.value_or(exists ? old.st_mode & 07777 : mode_t{0600});
+    const mode_t finalMode = access ? access->mode : exists ? old.st_mode & 07777 : mode_t{0600};
 
     // Opened before anything changes, since the rename cannot be taken back.
     const FileDescriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -86,8 +99,10 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
     if (!file)
         return failure("cannot create a temporary file");
     TemporaryFile temporary(name);
-    if (exists && !mode && !takeOwner(file.get(), old))
+    if (exists && owner == Owner::keep && !takeOwner(file.get(), old))
         return failure("cannot keep the owner");
+    if (access && access->group && fchown(file.get(), uid_t(-1), *access->group) != 0)
+        return failure("cannot set the group");
     if (fchmod(file.get(), finalMode) != 0)
         return failure("cannot set the mode");
     if (!writeAll(file.get(), content))
@@ -100,6 +115,26 @@ tl::expected<void, std::string> replaceFile(const std::string& path, ByteView co
     if (fsync(folder.get()) != 0)
         return failure("cannot sync the folder");
     return {};
+}
+
+}  // namespace
+
+tl::expected<void, std::string> replaceFile(const std::string& path, ByteView content,
+                                            std::optional<FileAccess> access) {
+    return replace(path, content, access, access ? Owner::own : Owner::keep);
+}
+
+tl::expected<void, std::string> replacePrivateFile(const std::string& path, ByteView content) {
+    struct stat old {};
+    mode_t mode = S_IRUSR | S_IWUSR;
+    if (lstat(path.c_str(), &old) == 0) {
+        if ((old.st_mode & S_IRGRP) != 0 && isAgentGroup(old.st_gid))
+            mode |= S_IRGRP;
+        if ((old.st_mode & 077 & ~mode) != 0)
+            logLine("replacePrivateFile : {} was open to others and is written back as {}", path,
+                    fmt::format("{:04o}", mode));
+    }
+    return replace(path, content, mode, Owner::keep);
 }
 
 void removeLeftovers(const std::string& path) {

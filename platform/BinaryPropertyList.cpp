@@ -1,6 +1,7 @@
 #include "BinaryPropertyList.h"
 
 #include "BinaryPlistReader.h"
+#include "PropertyList.h"
 #include "PropertyListDate.h"
 
 namespace quorl {
@@ -26,12 +27,13 @@ class Decoder {
             case Kind::integer:
                 return Value(object.integer);
             case Kind::unsignedInteger:
-            case Kind::uid:
                 return Value(object.unsignedInteger);
+            case Kind::uid:
+                return Value{{"CF$UID", object.unsignedInteger}};
             case Kind::real:
                 return Value(object.real);
             case Kind::date:
-                return counted(propertyListDateText(object.real));
+                return date(propertyListDateText(object.real));
             case Kind::data: {
                 const ByteView content = reader_.data(object);
                 if (!takeBytes(content.size()))
@@ -71,6 +73,10 @@ class Decoder {
             result[*key] = std::move(*entry);
         }
         return result;
+    }
+
+    std::optional<Value> date(const std::optional<std::string>& text) {
+        return text && takeBytes(text->size()) ? std::optional(dateValue(*text)) : std::nullopt;
     }
 
     std::optional<Value> counted(std::optional<std::string> text) {

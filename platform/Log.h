@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,10 +13,25 @@
 
 namespace quorl {
 
-/// Writes one line to standard error in a single write, so that lines of several threads never
-/// mix: local date and time with milliseconds, process name, process and thread identifiers, the
-/// message, a newline. Any thread. What cannot be written is lost.
+/// Where log lines go: the descriptor stays its owner's, and open while it is named here. A file
+/// that has grown to the largest size takes one more line, which says so, and then none.
+struct LogDestination {
+    int descriptor;
+    std::int64_t largest = std::numeric_limits<std::int64_t>::max();
+};
+
+/// From here on lines go there instead of to standard error. What was held back goes to the former
+/// destination first. Any thread.
+void setLogDestination(const LogDestination& destination);
+
+/// Writes one line in a single write, so that lines of several threads never mix: local date and
+/// time with milliseconds, process name, process and thread identifiers, the message, a newline.
+/// Of a line that comes more than 20 times in a second the rest is counted, and the count written
+/// with the first line after that second. Any thread. What cannot be written is lost.
 void writeLogLine(std::string_view message);
+
+/// Writes the counts of what is held back at once, and begins a new second. Any thread.
+void tellRepeatedLines();
 
 namespace detail {
 /// Texts from outside are escaped, so that none of them can start a log line of its own.

@@ -14,6 +14,12 @@ namespace quorl {
 
 struct PortMessage;
 
+/// Watches the receiver that a send right leads to; ends with this object.
+class ReceiverWatch {
+  public:
+    virtual ~ReceiverWatch() = default;
+};
+
 /// A send right: where messages go. Copied by sharing; any thread.
 class SendRight {
   public:
@@ -21,6 +27,10 @@ class SendRight {
     /// Sends one message, waiting at most until the deadline for room. False when it could not be
     /// sent (receiver gone, time is up, message too large).
     virtual bool send(const PortMessage& message, std::chrono::milliseconds deadline) = 0;
+    /// Calls once, on the loop's thread, when the receiver has gone. The right outlives the watch,
+    /// the loop, too; the callback may destroy the watch.
+    virtual std::unique_ptr<ReceiverWatch> watchReceiver(RunLoop& loop,
+                                                         std::function<void()> gone) = 0;
 };
 using SendRightPtr = std::shared_ptr<SendRight>;
 
@@ -46,7 +56,7 @@ class Port {
     virtual void invalidate() = 0;
 };
 
-/// Makes ports.
+/// Makes ports. Any thread, several at once.
 class PortSystem {
   public:
     virtual ~PortSystem() = default;

@@ -3,12 +3,13 @@
 #include "AtomicFile.h"
 #include "BinaryPropertyList.h"
 #include "Handle.h"
-#include "PropertyListDate.h"
 #include "Utf8.h"
 #include "XmlPlistCheck.h"
 
+#include <fmt/format.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -23,6 +24,22 @@ using XmlText = Handle<char, plist_to_xml_free>;
 using AllocatedText = Handle<char, ::free>;
 
 Value toValue(plist_t node);
+
+// What stands in a scalar's element. The library's own numbers and dates are too narrow.
+std::string scalarText(plist_t node) {
+    const Plist copy(plist_copy(node));
+    char* xml = nullptr;
+    std::uint32_t length = 0;
+    plist_to_xml(copy.get(), &xml, &length);
+    const XmlText owned(xml);
+    const std::string_view text = owned ? std::string_view(owned.get(), length) : "";
+    // The last element but the root's end, and what stands before its own.
+    const std::size_t end = text.rfind("</", text.rfind("</plist") - 1);
+    const std::size_t start = text.rfind('>', end);
+    if (end == text.npos || start == text.npos)
+        return "";
+    return std::string(text.substr(start + 1, end - start - 1));
+}
 
 Value dictionaryValue(plist_t node) {
     Value dictionary = Value::object();
@@ -51,8 +68,9 @@ Value toValue(plist_t node) {
         case PLIST_UINT: {
             std::uint64_t value = 0;
             plist_get_uint_val(node, &value);
-            // The library gives negative numbers in the same 64 bits.
-            return static_cast<std::int64_t>(value);
+            // The library gives negative numbers in the same 64 bits as those beyond 63 of them.
+            const auto number = static_cast<std::int64_t>(value);
+            return number >= 0 || scalarText(node).starts_with('-') ? Value(number) : Value(value);
         }
         case PLIST_REAL: {
             double value = 0;
@@ -70,10 +88,7 @@ Value toValue(plist_t node) {
             return Value::binary(data ? Bytes(data, data + length) : Bytes());
         }
         case PLIST_DATE: {
-            std::int32_t seconds = 0;
-            std::int32_t microseconds = 0;
-            plist_get_date_val(node, &seconds, &microseconds);
-            return propertyListDateText(seconds).value_or("");
+            return dateValue(scalarText(node));
         }
         case PLIST_DICT:
             return dictionaryValue(node);
@@ -83,7 +98,11 @@ Value toValue(plist_t node) {
                 list.push_back(toValue(plist_array_get_item(node, i)));
             return list;
         }
-        case PLIST_UID:
+        case PLIST_UID: {
+            std::uint64_t value = 0;
+            plist_get_uid_val(node, &value);
+            return {{"CF$UID", value}};
+        }
         case PLIST_KEY:
         case PLIST_NONE:
             break;
@@ -91,43 +110,97 @@ Value toValue(plist_t node) {
     return {};
 }
 
-Plist fromValue(const Value& value) {
-    switch (value.type()) {
-        case Value::value_t::string:
-            return Plist(plist_new_string(value.get_ref<const std::string&>().c_str()));
-        case Value::value_t::boolean:
-            return Plist(plist_new_bool(value.get<bool>() ? 1 : 0));
-        case Value::value_t::number_integer:
-        case Value::value_t::number_unsigned:
-            return Plist(plist_new_uint(value.get<std::uint64_t>()));
-        case Value::value_t::number_float:
-            return Plist(plist_new_real(value.get<double>()));
-        case Value::value_t::binary: {
-            const auto& data = value.get_binary();
-            return Plist(plist_new_data(reinterpret_cast<const char*>(data.data()), data.size()));
+// Escaped as XML wants it; a carriage return too, which readers would take for a line feed.
+std::string escapedText(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '\r':
+                out += "&#13;";
+                break;
+            default:
+                out += c;
         }
-        case Value::value_t::object: {
-            Plist dictionary(plist_new_dict());
-            for (const auto& [key, entry] : value.items()) {
-                if (Plist item = fromValue(entry))
-                    plist_dict_set_item(dictionary.get(), key.c_str(), item.release());
-            }
-            return dictionary;
-        }
-        case Value::value_t::array: {
-            Plist list(plist_new_array());
-            for (const Value& entry : value) {
-                if (Plist item = fromValue(entry))
-                    plist_array_append_item(list.get(), item.release());
-            }
-            return list;
-        }
-        case Value::value_t::null:
-        case Value::value_t::discarded:
-            break;
     }
-    return nullptr;
+    return out;
 }
+
+// Written by hand: the library's own writer loses dates after 2068 and numbers beyond 63 bits.
+class XmlWriter {
+  public:
+    void write(const Value& value, std::size_t depth) {
+        switch (value.type()) {
+            case Value::value_t::string:
+                return element(depth, "string", escapedText(value.get_ref<const std::string&>()));
+            case Value::value_t::boolean:
+                return line(depth, value.get<bool>() ? "<true/>" : "<false/>");
+            case Value::value_t::number_integer:
+                return element(depth, "integer", std::to_string(value.get<std::int64_t>()));
+            case Value::value_t::number_unsigned:
+                return element(depth, "integer", std::to_string(value.get<std::uint64_t>()));
+            case Value::value_t::number_float:
+                return element(depth, "real", fmt::format("{}", value.get<double>()));
+            case Value::value_t::binary:
+                return binary(value.get_binary(), depth);
+            case Value::value_t::object:
+                line(depth, "<dict>");
+                for (const auto& [key, entry] : value.items()) {
+                    if (entry.is_null())
+                        continue;
+                    element(depth + 1, "key", escapedText(key));
+                    write(entry, depth + 1);
+                }
+                return line(depth, "</dict>");
+            case Value::value_t::array:
+                line(depth, "<array>");
+                for (const Value& entry : value)
+                    write(entry, depth + 1);
+                return line(depth, "</array>");
+            case Value::value_t::null:
+            case Value::value_t::discarded:
+                return;
+        }
+    }
+    std::string take() { return std::move(out_); }
+
+  private:
+    void line(std::size_t depth, std::string_view text) {
+        out_.append(depth, '\t').append(text) += '\n';
+    }
+    void element(std::size_t depth, std::string_view name, std::string_view content) {
+        line(depth, fmt::format("<{0}>{1}</{0}>", name, content));
+    }
+    void binary(const Value::binary_t& data, std::size_t depth) {
+        if (data.has_subtype() && data.subtype() == dateSubtype)
+            return element(depth, "date", std::string(data.begin(), data.end()));
+        element(depth, "data", base64(data));
+    }
+    static std::string base64(ByteView bytes) {
+        constexpr std::string_view letters =
+            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+        std::string out;
+        for (std::size_t at = 0; at < bytes.size(); at += 3) {
+            const ByteView three = bytes.subspan(at, std::min<std::size_t>(3, bytes.size() - at));
+            std::uint32_t bits = 0;
+            for (std::size_t i = 0; i < 3; ++i)
+                bits = bits << 8 | (i < three.size() ? three[i] : 0U);
+            for (std::size_t i = 0; i < 4; ++i)
+                out += i <= three.size() ? letters[bits >> (18 - 6 * i) & 63] : '=';
+        }
+        return out;
+    }
+
+    std::string out_;
+};
 
 std::optional<Value> parseXml(std::string_view xml) {
     constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
@@ -154,12 +227,20 @@ bool isXmlText(std::string_view text) {
     return true;
 }
 
+// "1999-12-31T23:59:59Z": the library reads a year of any other form as another date.
+bool isDateText(std::string_view text) {
+    constexpr std::string_view form = "dddd-dd-ddTdd:dd:ddZ";
+    return std::ranges::equal(text, form, [](char given, char wanted) {
+        return wanted == 'd' ? given >= '0' && given <= '9' : given == wanted;
+    });
+}
+
 bool canBeWritten(const Value& value, std::size_t depth) {
+    if (value.is_binary() && value.get_binary().has_subtype() &&
+        value.get_binary().subtype() == dateSubtype)
+        return isDateText(asText(value.get_binary()));
     if (value.is_string())
         return isXmlText(value.get_ref<const std::string&>());
-    // The library would write a larger one as a negative number.
-    if (value.is_number_unsigned())
-        return value.get<std::uint64_t>() <= INT64_MAX;
     if (value.is_number_float())
         return std::isfinite(value.get<double>());
     if (!value.is_structured())
@@ -174,6 +255,10 @@ bool canBeWritten(const Value& value, std::size_t depth) {
 }
 
 }  // namespace
+
+Value dateValue(std::string_view iso8601) {
+    return Value::binary(toBytes(iso8601), dateSubtype);
+}
 
 tl::expected<Value, std::string> parsePropertyList(ByteView content) {
     if (content.size() > largestFile)
@@ -193,21 +278,25 @@ tl::expected<Value, std::string> readPropertyListFile(const std::string& path) {
 
 std::optional<std::string> xmlPropertyList(const Value& value) {
     // The root element is a level too.
-    const Plist plist = canBeWritten(value, 2) ? fromValue(value) : nullptr;
-    if (!plist)
+    if (value.is_null() || !canBeWritten(value, 2))
         return std::nullopt;
-    char* xml = nullptr;
-    std::uint32_t length = 0;
-    plist_to_xml(plist.get(), &xml, &length);
-    const XmlText text(xml);
-    return text ? std::optional(std::string(text.get(), length)) : std::nullopt;
+    XmlWriter writer;
+    writer.write(value, 0);
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+           "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
+           "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+           "<plist version=\"1.0\">\n" +
+           writer.take() + "</plist>\n";
 }
 
 tl::expected<void, std::string> writePropertyListFile(const std::string& path, const Value& value) {
     const auto xml = xmlPropertyList(value);
     if (!xml)
         return tl::unexpected(std::string("holds what no XML property list can carry"));
-    return replaceFile(path, asBytes(*xml));
+    // What the reader would refuse would be lost with all that it holds.
+    if (const auto readable = parsePropertyList(asBytes(*xml)); !readable)
+        return tl::unexpected("would not be read again: " + readable.error());
+    return replacePrivateFile(path, asBytes(*xml));
 }
 
 }  // namespace quorl

@@ -12,7 +12,7 @@ class RunLoopSource {
   public:
     virtual ~RunLoopSource() = default;
     virtual int descriptor() const = 0;
-    /// Called on the loop's thread whenever the descriptor is readable. Must not block.
+    /// Called on the loop's thread whenever the descriptor is readable, or hung up. Must not block.
     virtual void ready() = 0;
 };
 
@@ -21,6 +21,9 @@ class RunLoop {
   public:
     virtual ~RunLoop() = default;
     virtual void add(RunLoopSource& source) = 0;
+    /// Watches the descriptor for the other end's going alone: whatever can be read there is left.
+    /// The source has to be removed when that has happened, else it is told again and again.
+    virtual void addForHangUp(RunLoopSource& source) = 0;
     virtual void remove(RunLoopSource& source) = 0;
     /// Serves sources for that long, then returns. Not for a loop that the application framework
     /// runs itself.

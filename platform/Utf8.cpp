@@ -1,5 +1,6 @@
 #include "Utf8.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace quorl {
@@ -54,6 +55,12 @@ bool isUtf8(std::string_view text) {
             return false;
     }
     return true;
+}
+
+std::size_t startOfCharacter(std::string_view text, std::size_t at) {
+    while (at > 0 && at < text.size() && (static_cast<unsigned char>(text[at]) & 0xc0) == 0x80)
+        --at;
+    return std::min(at, text.size());
 }
 
 std::size_t asciiPrefix(std::string_view text) {

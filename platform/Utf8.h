@@ -18,6 +18,9 @@ bool isUtf8(std::string_view text);
 /// Valid UTF-8 that holds no NUL.
 bool isPlainText(std::string_view text);
 
+/// The largest offset up to `at` that lies between two characters of UTF-8 text, for cutting it.
+std::size_t startOfCharacter(std::string_view text, std::size_t at);
+
 /// How many bytes at the front are ASCII.
 std::size_t asciiPrefix(std::string_view text);
 

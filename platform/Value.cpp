@@ -1,5 +1,7 @@
 #include "Value.h"
 
+#include "Utf8.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,6 +10,14 @@
 
 namespace quorl {
 namespace {
+
+constexpr std::size_t largestDescription = 4096;
+
+// Line and paragraph separator, and the C1 controls with their next-line, start a line of their own
+// in some viewers.
+bool isControl(std::int32_t point) {
+    return point < 0x20 || (point >= 0x7f && point < 0xa0) || point == 0x2028 || point == 0x2029;
+}
 
 bool isBareWord(std::string_view text) {
     if (text.empty())
@@ -22,10 +32,10 @@ bool isBareWord(std::string_view text) {
 }
 
 std::string quotedWord(std::string_view text) {
-    if (isBareWord(text))
+    if (text.size() <= largestDescription && isBareWord(text))
         return std::string(text);
     std::string out = "\"";
-    for (const char c : text) {
+    for (const char c : text.substr(0, largestDescription)) {
         if (c == '"' || c == '\\')
             out += '\\';
         out += c;
@@ -56,9 +66,12 @@ std::string scalar(const Value& value) {
     return "";
 }
 
-// Written into one growing text; the depth bound keeps hostile nesting off the stack.
+// Written into one growing text; the depth bound keeps hostile nesting off the stack, and nothing
+// is added to a text that will be cut anyway.
 void describe(const Value& value, int depth, std::string& out) {
     constexpr int deepest = 64;
+    if (out.size() > largestDescription)
+        return;
     const std::string indent(static_cast<std::size_t>(depth) * 4, ' ');
     if (value.is_string()) {
         out += quotedWord(value.get_ref<const std::string&>());
@@ -67,6 +80,8 @@ void describe(const Value& value, int depth, std::string& out) {
     } else if (value.is_object()) {
         out += "{\n";
         for (const auto& [key, entry] : value.items()) {
+            if (out.size() > largestDescription)
+                return;
             out += indent + "    " + quotedWord(key) + " = ";
             describe(entry, depth + 1, out);
             out += ";\n";
@@ -74,7 +89,7 @@ void describe(const Value& value, int depth, std::string& out) {
         out += indent + "}";
     } else if (value.is_array()) {
         out += "(\n";
-        for (std::size_t i = 0; i < value.size(); ++i) {
+        for (std::size_t i = 0; i < value.size() && out.size() <= largestDescription; ++i) {
             out += indent + "    ";
             describe(value[i], depth + 1, out);
             out += i + 1 < value.size() ? ",\n" : "\n";
@@ -136,48 +151,33 @@ LogText description(const Value& value) {
         return {escapeControl(value.get_ref<const std::string&>())};
     std::string out;
     describe(value, 0, out);
+    if (out.size() > largestDescription) {
+        out.resize(startOfCharacter(out, largestDescription));
+        out += "…";
+    }
     return {out};
 }
 
 std::string escapeControl(std::string_view text) {
     std::string out;
     out.reserve(text.size());
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '\n')
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t start = at;
+        const std::int32_t point = nextCodePoint(text, at);
+        if (point < 0)
+            out += fmt::format("\\x{:02x}", static_cast<unsigned char>(text[at++]));
+        else if (point == '\n')
             out += "\\n";
-        else if (c == '\r')
+        else if (point == '\r')
             out += "\\r";
-        else if (c == '\t')
+        else if (point == '\t')
             out += "\\t";
-        else if (byte < 0x20 || byte == 0x7f)
-            out += fmt::format("\\U{:04x}", byte);
+        else if (isControl(point))
+            out += fmt::format("\\U{:04x}", point);
         else
-            out += c;
+            out += text.substr(start, at - start);
     }
     return out;
-}
-
-int jsonNesting(std::string_view text) {
-    int depth = 0;
-    int deepest = 0;
-    bool inText = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char c = text[i];
-        if (inText) {
-            if (c == '\\')
-                ++i;
-            else if (c == '"')
-                inText = false;
-        } else if (c == '"') {
-            inText = true;
-        } else if (c == '{' || c == '[') {
-            deepest = std::max(deepest, ++depth);
-        } else if (c == '}' || c == ']') {
-            --depth;
-        }
-    }
-    return deepest;
 }
 
 }  // namespace quorl

@@ -34,16 +34,12 @@ std::int64_t toInteger(const Value& value);
 /// Property-list description, as the log shows a value: dictionaries and arrays in braces and
 /// parentheses with lines indented by four blanks, texts inside them quoted where they hold more
 /// than letters, digits and `_ . / $`. Control characters and quotes are escaped, so that no
-/// value can forge a log line. A null is "(null)". A text at the top stands as it is, control
-/// characters escaped.
+/// value can forge a log line. A null is "(null)". Ends after 4 KiB. A text at the top stands as it
+/// is, control characters escaped.
 LogText description(const Value& value);
 
-/// How deep brackets nest in JSON text, strings passed over; of malformed JSON it says no more than
-/// that. Whoever copies, prints or destroys a value recurses, so texts from outside are measured
-/// before they are parsed.
-int jsonNesting(std::string_view text);
-
-/// The text with its control characters escaped (`\n`, `\U001b`), for one line of the log.
+/// The text with its control characters and what separates lines or paragraphs escaped (`\n`,
+/// `\U001b`, `\U2028`), bytes that are no UTF-8 as `\xff`, for one line of the log.
 std::string escapeControl(std::string_view text);
 
 }  // namespace quorl

@@ -6,10 +6,21 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace quorl {
+
+/// The page that a cleared view shows, and that error texts are drawn into.
+inline constexpr const char* blankPage = "about:blank";
+
+/// That page under any of its names: a query or a fragment puts nothing into it.
+inline bool isBlankPage(std::string_view url) {
+    const std::string_view blank = blankPage;
+    return url.starts_with(blank) &&
+           (url.size() == blank.size() || url[blank.size()] == '?' || url[blank.size()] == '#');
+}
 
 /// A page to load. An absent body means none; method "POST" goes with a body.
 struct PageRequest {
@@ -20,11 +31,24 @@ struct PageRequest {
     std::chrono::seconds timeout{30};
 };
 
-/// A failed load: the platform-independent code (-999 cancelled, -1001 timed out, -1003 unknown
-/// host, -1004 refused, -1005 connection lost, -1200 TLS, -1201…-1204 certificate, -1 anything
-/// else).
+/// The platform-independent codes of a failed load.
+namespace LoadErrorCode {
+constexpr int unknown = -1;
+constexpr int cancelled = -999;
+constexpr int timedOut = -1001;
+constexpr int cannotFindHost = -1003;
+constexpr int cannotConnectToHost = -1004;
+constexpr int networkConnectionLost = -1005;
+constexpr int secureConnectionFailed = -1200;
+constexpr int serverCertificateHasBadDate = -1201;
+constexpr int serverCertificateUntrusted = -1202;
+constexpr int serverCertificateHasUnknownRoot = -1203;
+constexpr int serverCertificateNotYetValid = -1204;
+}  // namespace LoadErrorCode
+
+/// Why a load failed.
 struct LoadError {
-    int code = -1;
+    int code = LoadErrorCode::unknown;
     std::string description;
 };
 
@@ -43,6 +67,11 @@ enum class ChallengeAnswer { useCredential, performDefaultHandling };
 /// undefined and null), or the error's description.
 using ScriptResult = tl::expected<std::optional<std::string>, std::string>;
 
+/// Which page posted a message: the one that fills the view. Frames inside it have no channel.
+struct MessageSource {
+    std::string pageURL;
+};
+
 /// Who is told what happens in a web view. Every call comes on the main thread.
 class WebViewDelegate {
   public:
@@ -58,7 +87,8 @@ class WebViewDelegate {
     virtual ChallengeAnswer didReceiveAuthenticationChallenge(AuthenticationMethod method) = 0;
     /// A message on the registered channel; the body is nothing when the page posted no text.
     virtual void didReceiveScriptMessage(const std::string& channel,
-                                         const std::optional<std::string>& body) = 0;
+                                         const std::optional<std::string>& body,
+                                         const MessageSource& source) = 0;
     /// Estimated progress of the load, 0 to 1.
     virtual void estimatedProgressChanged(double progress) = 0;
     /// The process that draws the page has died; the view is blank.
@@ -78,6 +108,14 @@ class WebView {
     /// Loads a local page by its absolute path.
     virtual void loadFile(const std::string& path) = 0;
     virtual void stopLoading() = 0;
+    /// Leaves nothing of the page behind: its process ends; history, what it stored and session
+    /// cookies go; lasting cookies are put on disk and stay. A load that follows waits for that.
+    virtual void clear() = 0;
+    /// Starts what the first page needs, as soon as nothing else is to do; clear() does so by
+    /// itself.
+    virtual void warmUp() = 0;
+    /// Returns when the lasting cookies are on disk, or when the time is up (false).
+    virtual bool saveCookies(std::chrono::milliseconds limit) = 0;
     /// Evaluates in the current page; returns at once, scripts run in the order they were given.
     /// The completion, where given, is called exactly once unless the view is destroyed first.
     virtual void evaluateJavaScript(const std::string& script, ScriptCompletion completion) = 0;
@@ -94,6 +132,9 @@ class WebView {
 struct WebViewConfiguration {
     std::string scriptMessageHandlerName;
     WebViewDelegate* delegate = nullptr;
+    /// How long a load that a page begins may stay without a byte. The page may be waiting for
+    /// somebody's approval on another device.
+    std::chrono::seconds pagePatience{60};
 };
 
 }  // namespace quorl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -27,6 +28,8 @@ class WindowDelegate {
     virtual void windowDidResize() = 0;
     /// The window is about to close, by the user or by close(); called before it disappears.
     virtual void windowWillClose() = 0;
+    /// Nobody has used the window for its idle limit.
+    virtual void windowWasIdle() = 0;
 };
 
 /// The browser window: title strip, progress bar, web view. Main thread only.
@@ -45,6 +48,9 @@ class BrowserWindow {
     virtual void center() = 0;
     virtual void orderFrontRegardless() = 0;
     virtual void makeKeyWindow() = 0;
+    /// How long the window may show without a key, a click or a movement in it; counted from here.
+    /// Nothing: for ever.
+    virtual void setIdleLimit(std::optional<std::chrono::milliseconds> limit) = 0;
     /// Hides the window; no notification.
     virtual void orderOut() = 0;
     /// Notifies windowWillClose, then hides the window.

@@ -1,12 +1,10 @@
 // A client of the login agent's local channel: sends one request, prints the answer.
+#include "AgentClient.h"
 #include "KeyedArchive.h"
-#include "MessageIds.h"
-#include "PacketSocket.h"
 #include "SystemPaths.h"
 
 #include <fmt/core.h>
 #include <getopt.h>
-#include <poll.h>
 
 #include <algorithm>
 #include <array>
@@ -23,7 +21,6 @@ namespace {
 
 using namespace quorl;
 using SteadyClock = std::chrono::steady_clock;
-using NoAnswer = tl::unexpected<std::string>;
 
 enum ExitStatus : int { success = 0, otherAnswer = 1, noAnswer = 2, wrongUsage = 64 };
 
@@ -40,10 +37,11 @@ The request dictionary:
   --domain-name NAME           "DOMAIN_NAME": that user's domain (offline flow)
   --mfa-error-msg IDENTIFIER   "MFA_ERROR_MSG": shows the error text of that identifier
   --error-msg TEXT             "ERROR_MSG": shows that error text
-  --post-data TEXT             "POST_DATA": body of the page request
-  --request-header NAME=VALUE  an entry of "REQUEST_HEADERS"; may be repeated
   --json                       reads the dictionary as a JSON object from standard
-                               input; the options above are added to it
+                               input; the options above are added to it. Body and
+                               headers of the page request, "POST_DATA" and
+                               "REQUEST_HEADERS", go this way alone: everybody on
+                               the machine can read a command line
 
 Where and how long:
   --runtime-dir FOLDER         folder of the agent's socket
@@ -81,18 +79,16 @@ std::optional<std::chrono::seconds> parseTimeout(std::string_view text) {
 }
 
 // The options that are an entry of the request each, by the entry's key.
-constexpr std::array<std::pair<const char*, const char*>, 6> textOptions{{
+constexpr std::array<std::pair<const char*, const char*>, 5> textOptions{{
     {"mfa-request-url", "MFA_REQUEST_URL"},
     {"user-name", "USER_NAME"},
     {"domain-name", "DOMAIN_NAME"},
     {"mfa-error-msg", "MFA_ERROR_MSG"},
     {"error-msg", "ERROR_MSG"},
-    {"post-data", "POST_DATA"},
 }};
 
 enum OptionCode : int {
     offlineMfa = 'a',
-    requestHeader,
     json,
     runtimeDirectory,
     timeoutSeconds,
@@ -103,7 +99,6 @@ enum OptionCode : int {
 std::vector<option> longOptions() {
     std::vector<option> options{
         {"offline-mfa", no_argument, nullptr, offlineMfa},
-        {"request-header", required_argument, nullptr, requestHeader},
         {"json", no_argument, nullptr, json},
         {"runtime-dir", required_argument, nullptr, runtimeDirectory},
         {"timeout", required_argument, nullptr, timeoutSeconds},
@@ -125,15 +120,6 @@ tl::expected<Options, int> parseArguments(int argc, char** argv) {
             case offlineMfa:
                 options.request["OFFLINE_MFA"] = true;
                 break;
-            case requestHeader: {
-                const auto equals = argument.find('=');
-                if (equals == 0 || equals == std::string_view::npos)
-                    return tl::unexpected(
-                        complain(wrongUsage, "--request-header wants NAME=VALUE"));
-                options.request["REQUEST_HEADERS"][std::string(argument.substr(0, equals))] =
-                    argument.substr(equals + 1);
-                break;
-            }
             case json:
                 options.readsJson = true;
                 break;
@@ -175,41 +161,13 @@ bool addJson(Value& request) {
     return true;
 }
 
-// Waits for the result on the reply port; the reason when none comes.
-tl::expected<PortMessage, std::string> receiveResult(int socket, SteadyClock::time_point end) {
-    PacketReceiver receiver;
-    for (;;) {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(end - SteadyClock::now()).count();
-        pollfd entry{.fd = socket, .events = POLLIN, .revents = 0};
-        if (left <= 0)
-            return NoAnswer("the time is up");
-        if (poll(&entry, 1, static_cast<int>(left)) <= 0)
-            continue;
-        auto message = receiver.receive(socket);
-        if (message && message->msgid == MessageId::result)
-            return std::move(*message);
-        if (!message && message.error().kind == NoMessage::closedByPeer)
-            return NoAnswer("the agent dropped the request");
-    }
-}
-
-tl::expected<PortMessage, std::string> askAgent(const Options& options, Bytes request) {
+AgentRequest::Result askAgent(const Options& options) {
     const auto end = SteadyClock::now() + options.timeout;
-    auto service = connectToService(options.runtimeDir, bootstrapName, options.timeout);
-    if (!service)
-        return NoAnswer("the agent cannot be reached: " + service.error());
-    auto ends = makeSocketPair();
-    if (!ends)
-        return NoAnswer("no reply port can be made");
-    PortMessage message{.msgid = MessageId::request,
-                        .replyPort = std::make_shared<SocketSendRight>(std::move(ends->second))};
-    message.components.push_back(std::move(request));
-    if (!(*service)->send(message, options.timeout))
-        return NoAnswer("the request cannot be sent");
-    // From here on the agent alone holds that end, so its letting go is seen at once.
-    message.replyPort.reset();
-    return receiveResult(ends->first.get(), end);
+    auto request = AgentRequest::send({options.runtimeDir, agentAddress().account}, options.request,
+                                      options.timeout);
+    if (!request)
+        return tl::unexpected(request.error());
+    return request->wait(std::chrono::ceil<std::chrono::milliseconds>(end - SteadyClock::now()));
 }
 
 }  // namespace
@@ -220,16 +178,12 @@ int main(int argc, char** argv) {
         return options.error();
     if (options->readsJson && !addJson(options->request))
         return complain(wrongUsage, "standard input holds no JSON object");
-    auto request = archive(options->request);
-    if (!request)
+    if (!archive(options->request))
         return complain(wrongUsage, "the request holds what an archive cannot carry");
-    const auto answer = askAgent(*options, std::move(*request));
-    if (!answer)
-        return complain(noAnswer, answer.error());
-    const auto result =
-        answer->components.empty() ? std::nullopt : unarchive(answer->components.front());
+    const auto result = askAgent(*options);
     if (!result)
-        return complain(otherAnswer, "the answer is no archived dictionary");
+        return complain(result.error().kind == NoResult::Kind::unreadable ? otherAnswer : noAnswer,
+                        result.error().reason);
     fmt::print("{}\n", result->dump(2, ' ', false, Value::error_handler_t::replace));
     return stringValue(*result, "MFA_AUTH_RESULT") == "SUCCESS" ? success : otherAnswer;
 }

@@ -2,7 +2,6 @@
 
 #include "Log.h"
 
-#include <stdlib.h>
 #include <time.h>
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
@@ -31,18 +30,6 @@ bool isAlphanumeric(UChar32 character) {
 
 bool isBlank(char c) {
     return std::string_view(" \t\n\v\f\r").find(c) != std::string_view::npos;
-}
-
-// The language of the messages as the C library finds it: "de_DE.UTF-8" names the table "de".
-std::string systemLanguage() {
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char* value = getenv(variable);
-        if (value && *value) {
-            const std::string_view locale(value);
-            return std::string(locale.substr(0, locale.find_first_of("_.@")));
-        }
-    }
-    return "";
 }
 
 }  // namespace
@@ -128,29 +115,6 @@ std::string constructServerURL(std::string_view server, std::string_view port,
     std::string url = fmt::format("https://{}:{}{}{}", server, port, contextPath, requestPath);
     logLine("constructServerURL : urlString  - {}", url);
     return url;
-}
-
-std::string getLocalizedString(std::string_view key, std::string_view localeId,
-                               const Resources& resources) {
-    if (!localeId.empty() && resources.hasLocalization(localeId))
-        return resources.localizedString(key, localeId).value_or(std::string(key));
-    return getNSLocalizedString(key, resources);
-}
-
-std::string getNSLocalizedString(std::string_view key, const Resources& resources) {
-    const auto text = resources.localizedString(key, systemLanguage());
-    // An empty text counts as none, so that a table may leave a text to the English one.
-    if (text && !text->empty())
-        return *text;
-    return resources.localizedString(key, "en").value_or("");
-}
-
-std::string upperCase(std::string_view text) {
-    std::string out(text);
-    for (char& c : out)
-        if (c >= 'a' && c <= 'z')
-            c = static_cast<char>(c - 'a' + 'A');
-    return out;
 }
 
 }  // namespace quorl

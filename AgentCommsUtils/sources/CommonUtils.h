@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Clock.h"
-#include "Resources.h"
 
 #include <cstdint>
 #include <optional>
@@ -12,10 +11,10 @@ namespace quorl {
 
 /// The instant as "EEE, dd MMM yyyy HH:mm:ss Z" in English and UTC ("Sun, 15 Nov 2026 00:28:11
 /// +0000"), whatever the machine's language and zone.
-std::string getCurrentUTCDate(const Clock& clock = systemClock());
+std::string getCurrentUTCDate(const Clock& clock);
 
 /// Milliseconds since 1970-01-01T00:00:00Z, truncated towards zero.
-std::int64_t getCurrentTimeInMillis(const Clock& clock = systemClock());
+std::int64_t getCurrentTimeInMillis(const Clock& clock);
 
 /// Text after the last "."; nothing when there is none.
 std::optional<std::string> getExtensionFromFileName(std::string_view fileName);
@@ -34,17 +33,5 @@ std::string encodeURLQuery(std::string_view text);
 /// "https://" + server + ":" + port + context path + request path, logged.
 std::string constructServerURL(std::string_view server, std::string_view port,
                                std::string_view contextPath, std::string_view requestPath);
-
-/// Text of the key in the named language's table (the key itself when the table lacks it); in the
-/// system's language where the identifier is empty or has no table.
-std::string getLocalizedString(std::string_view key, std::string_view localeId,
-                               const Resources& resources = mainBundle());
-
-/// Text of the key in the system's preferred language (LC_ALL, LC_MESSAGES, LANG), else English,
-/// else "".
-std::string getNSLocalizedString(std::string_view key, const Resources& resources = mainBundle());
-
-/// The text in ASCII upper case, as boolean settings are compared.
-std::string upperCase(std::string_view text);
 
 }  // namespace quorl

@@ -1,11 +1,15 @@
 #include "ConfigParser.h"
 
-#include "CommonUtils.h"
+#include "AsciiCase.h"
+#include "AtomicFile.h"
 #include "CryptoUtils.h"
 #include "Log.h"
 #include "PropertyList.h"
 #include "SystemPaths.h"
+#include "ValueKey.h"
+#include "WaitingLock.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <utility>
@@ -40,9 +44,10 @@ constexpr std::array<Setting, 21> defaults = {{
     {"MAC_AGENT_HOST_EXCLUDE", "okta,auth0,duosecurity.com,about:blank,javascript"},
 }};
 
+// A file that cannot be looked at counts as there: who then reads it learns why it cannot be read.
 bool fileExists(const std::string& path) {
     std::error_code error;
-    return std::filesystem::exists(path, error);
+    return std::filesystem::status(path, error).type() != std::filesystem::file_type::not_found;
 }
 
 tl::expected<Value, std::string> readDictionary(const std::string& path) {
@@ -56,33 +61,95 @@ bool isStoredEncrypted(std::string_view key) {
     return key == "ACCESS_KEY" || key == "INSTALLATION_KEY";
 }
 
-std::string decryptedKey(std::string_view key, const std::string& stored) {
-    if (stored.empty())
-        return "";
-    auto plain = decrypt(stored, aesKey, iv);
-    if (!plain)
-        logLine("getProductConfig : {} could not be decrypted, it counts as empty", key);
-    return std::move(plain).value_or("");
+StoredConfig& productConfig() {
+    static StoredConfig config;
+    return config;
+}
+
+/// Decrypts the two stored keys under the value key, which is read once for both.
+class KeyDecryption {
+  public:
+    ~KeyDecryption() {
+        if (valueKey_)
+            wipe(*valueKey_);
+    }
+    KeyDecryption() = default;
+    KeyDecryption(const KeyDecryption&) = delete;
+    KeyDecryption& operator=(const KeyDecryption&) = delete;
+
+    /// Nothing and a log line when a stored key does not decrypt.
+    std::optional<std::string> decrypted(std::string_view key, const std::string& stored) const {
+        if (stored.empty())
+            return "";
+        auto plain = valueKey_ ? decrypt(stored, *valueKey_, iv) : std::nullopt;
+        if (!plain)
+            logLine("getProductConfig : {} could not be decrypted, it counts as empty", key);
+        return plain;
+    }
+    bool isPossible() const { return valueKey_.has_value(); }
+
+  private:
+    std::optional<AesKey> valueKey_ = valueKey();
+};
+
+// Puts the file's values into the settings; tells whether they are whole.
+ConfigState readInto(Value& settings, const std::string& path) {
+    if (!fileExists(path)) {
+        logLine("getProductConfig: init failed : Config file : {} not found", path);
+        return ConfigState::missing;
+    }
+    const auto file = readDictionary(path);
+    if (!file) {
+        logLine("getProductConfig : Config file : {} could not be read: {}", path, file.error());
+        return ConfigState::damaged;
+    }
+    const KeyDecryption keys;
+    bool whole = keys.isPossible();
+    for (const auto& [key, value] : defaults) {
+        const auto stored = stringValue(*file, key);
+        if (!stored)
+            continue;
+        auto plain = isStoredEncrypted(key) ? keys.decrypted(key, *stored) : stored;
+        whole = whole && plain;
+        settings[std::string(key)] = std::move(plain).value_or("");
+    }
+    return whole ? ConfigState::whole : ConfigState::damaged;
+}
+
+constexpr std::chrono::seconds lockWait{5};
+
+// Held for every read-change-write, so that no other process's change is lost in it.
+auto lockFor(const std::string& path, std::chrono::milliseconds wait) {
+    return WaitingLock::take(path + ".lock", wait);
 }
 
 // One read-change-write of the file. What cannot be understood is never overwritten: it may be
 // the only copy of the keys.
 template <class Change>
-void changeFile(std::string_view operation, const std::string& path, Change change) {
+bool changeFile(std::string_view operation, const std::string& path, Change change) {
     if (!fileExists(path)) {
         logLine("{} :: Config file : {} not found", operation, path);
-        return;
+        return false;
     }
+    const auto lock = lockFor(path, lockWait);
+    if (!lock) {
+        logLine("{} :: Config file : {} could not be locked and stays as it is: {}", operation,
+                path, lock.error());
+        return false;
+    }
+    removeLeftovers(path);
     auto settings = readDictionary(path);
     if (!settings) {
         logLine("{} :: Config file : {} could not be read and stays as it is: {}", operation, path,
                 settings.error());
-        return;
+        return false;
     }
     change(*settings);
-    if (const auto written = writePropertyListFile(path, *settings); !written)
+    const auto written = writePropertyListFile(path, *settings);
+    if (!written)
         logLine("{} :: Config file : {} could not be written: {}", operation, path,
                 written.error());
+    return written.has_value();
 }
 
 }  // namespace
@@ -93,27 +160,23 @@ const std::string& getConfigFilePath() {
 }
 
 Value& getProductConfig(const std::string& path) {
-    static Value config = Value::object();
-    if (!config.empty())
-        return config;
+    StoredConfig& config = productConfig();
+    if (config.settings.empty())
+        config = readConfig(path);
+    return config.settings;
+}
+
+StoredConfig readConfig(const std::string& path) {
+    StoredConfig config;
     for (const auto& [key, value] : defaults)
-        config[std::string(key)] = value;
-    if (!fileExists(path)) {
-        logLine("getProductConfig: init failed : Config file : {} not found", path);
-        return config;
-    }
-    const auto file = readDictionary(path);
-    if (!file) {
-        logLine("getProductConfig : Config file : {} could not be read: {}", path, file.error());
-        return config;
-    }
-    for (const auto& [key, value] : defaults) {
-        const auto stored = stringValue(*file, key);
-        if (stored)
-            config[std::string(key)] =
-                isStoredEncrypted(key) ? decryptedKey(key, *stored) : *stored;
-    }
+        config.settings[std::string(key)] = value;
+    config.state = readInto(config.settings, path);
     return config;
+}
+
+ConfigState productConfigState() {
+    getProductConfig(getConfigFilePath());
+    return productConfig().state;
 }
 
 void updatePostConfigData(const Value& configData, const std::string& path) {
@@ -132,8 +195,27 @@ void addConfiguration(const std::string& key, const std::string& value, const st
     changeFile("addConfiguration", path, [&](Value& settings) { settings[key] = value; });
 }
 
+bool changeConfiguration(const std::map<std::string, std::string>& values,
+                         const std::string& path) {
+    return changeFile("changeConfiguration", path, [&](Value& settings) {
+        for (const auto& [key, value] : values)
+            settings[key] = value;
+    });
+}
+
+void removeConfigurationLeftovers(const std::string& path) {
+    // Whoever holds the lock clears away himself.
+    if (fileExists(path) && lockFor(path, {}))
+        removeLeftovers(path);
+}
+
 void removeConfiguration(const std::string& key, const std::string& path) {
     changeFile("removeConfiguration", path, [&](Value& settings) { settings.erase(key); });
+}
+
+bool isSetting(std::string_view key) {
+    return std::any_of(defaults.begin(), defaults.end(),
+                       [&](const Setting& setting) { return setting.first == key; });
 }
 
 std::string configText(const Value& config, std::string_view key) {

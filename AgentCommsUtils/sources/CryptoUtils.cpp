@@ -21,17 +21,6 @@ using CipherContext = Handle<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 constexpr int keyDerivationRounds = 10'000;
 
-// A build with a malformed value key does not compile.
-template <std::size_t Length>
-consteval std::array<std::uint8_t, 32> keyFromHex(const char (&hex)[Length]) {
-    static_assert(Length == 65, "QUORL_VALUE_KEY must be 64 hexadecimal digits");
-    std::array<std::uint8_t, 32> key{};
-    for (std::size_t i = 0; i < key.size(); ++i)
-        key[i] = static_cast<std::uint8_t>(hexDigit(hex[2 * i]).value() << 4 |
-                                           hexDigit(hex[2 * i + 1]).value());
-    return key;
-}
-
 // Fetched once and kept for the process: the look-up by name costs more than a short encryption.
 const EVP_CIPHER* aes256Cbc() {
     static const EVP_CIPHER* const cipher = EVP_CIPHER_fetch(nullptr, "AES-256-CBC", nullptr);
@@ -69,20 +58,8 @@ std::optional<Bytes> runCipher(Direction direction, ByteView input, ByteView key
 
 const std::array<std::uint8_t, 16> iv = {0x5c, 0x1e, 0x0a, 0x7f, 0x3b, 0x92, 0xd4, 0xe6,
                                          0xa1, 0x8c, 0x07, 0xf2, 0xb4, 0xd9, 0x6e, 0x31};
-const std::array<std::uint8_t, 32> aesKey = keyFromHex(QUORL_VALUE_KEY);
-
-// The whole capacity, since a text that shrank leaves its end behind.
-void wipe(std::string& secret) {
-    secret.resize(secret.capacity());
-    OPENSSL_cleanse(secret.data(), secret.size());
-    secret.clear();
-}
-
-void wipe(Bytes& secret) {
-    secret.resize(secret.capacity());
-    OPENSSL_cleanse(secret.data(), secret.size());
-    secret.clear();
-}
+static_assert(keyFromHex(QUORL_VALUE_KEY), "QUORL_VALUE_KEY must be 64 hexadecimal digits");
+constexpr AesKey aesKey = *keyFromHex(QUORL_VALUE_KEY);
 
 std::optional<std::string> generateBase64EncodedAESKey() {
     std::array<std::uint8_t, 32> key{};

@@ -2,7 +2,9 @@
 
 #include "Bytes.h"
 #include "Clock.h"
+#include "HexKey.h"
 #include "Hmac.h"
+#include "Wipe.h"
 
 #include <array>
 #include <cstdint>
@@ -12,26 +14,10 @@
 
 namespace quorl {
 
-/// The initialisation vector of every encrypted value, and the built-in value key.
+/// The initialisation vector of every encrypted value, and the built-in value key: see
+/// valueKey() for the one in use.
 extern const std::array<std::uint8_t, 16> iv;
-extern const std::array<std::uint8_t, 32> aesKey;
-
-/// Overwrites a secret's memory in a way the compiler keeps, and empties it.
-void wipe(std::string& secret);
-void wipe(Bytes& secret);
-
-/// Wipes a secret when the scope ends, on every way out of it.
-template <class Secret>
-class WipeAtExit {
-  public:
-    explicit WipeAtExit(Secret& secret) : secret_(secret) {}
-    ~WipeAtExit() { wipe(secret_); }
-    WipeAtExit(const WipeAtExit&) = delete;
-    WipeAtExit& operator=(const WipeAtExit&) = delete;
-
-  private:
-    Secret& secret_;
-};
+extern const AesKey aesKey;
 
 /// Base64 text (44 characters) of 32 random bytes; nothing and a log line on failure.
 std::optional<std::string> generateBase64EncodedAESKey();
@@ -74,9 +60,13 @@ struct TotpParameters {
     std::int64_t timeStep = 0;
 };
 
-/// Whether the typed code is one of the codes (RFC 6238) of the window around the time, compared in
-/// constant time. A step below 1, a negative variance, a window of more than 1,000 steps and
-/// digits outside 1 to 9 refuse every code.
+/// The time step whose code (RFC 6238) was typed, the earliest of the window around the time; the
+/// codes are compared in constant time. A step below 1, a negative variance, a window of more than
+/// 1,000 steps and digits outside 1 to 9 refuse every code.
+std::optional<std::int64_t> matchingStep(std::string_view base32Secret, std::string_view typed,
+                                         std::int64_t millis, const TotpParameters& parameters);
+
+/// Whether the typed code is one of the window's.
 bool verifyCode(std::string_view base32Secret, std::string_view typed, std::int64_t millis,
                 const TotpParameters& parameters);
 

@@ -1,8 +1,9 @@
 #include "HttpClient.h"
 
-#include "CommonUtils.h"
+#include "BoundedJson.h"
 #include "HttpExchange.h"
 #include "Log.h"
+#include "ServerAddress.h"
 #include "Utf8.h"
 
 #include <algorithm>
@@ -11,15 +12,12 @@
 namespace quorl {
 namespace {
 
-/// Deeper bodies do not parse: whoever copies or describes a value does so recursively.
-constexpr int maximumJsonDepth = 512;
+constexpr JsonLimits bodyLimits = {.bytes = HttpExchange::maximumBody, .depth = 512};
 
 /// The dictionary or array; null for anything else.
 Value parseJson(std::string_view body) {
-    if (jsonNesting(body) > maximumJsonDepth)
-        return nullptr;
-    Value parsed = Value::parse(body, nullptr, false);
-    return parsed.is_structured() ? parsed : Value(nullptr);
+    const auto parsed = parseJSON(body, bodyLimits);
+    return parsed && parsed->is_structured() ? *parsed : Value(nullptr);
 }
 
 Value errorResult(const std::string& message) {
@@ -33,9 +31,9 @@ HttpRequest makeRequest(const std::string& type, const std::string& url,
     request.method = type;
     std::string target = url;
     if (type == "GET" && !requestParams.empty())
-        target = encodeURLQuery(target + "?" + requestParams);
+        target = encodeBehindServer(target + "?" + requestParams);
     // Once more, so that a query travels escaped twice: that is how the server reads it.
-    request.url = encodeURLQuery(target);
+    request.url = encodeBehindServer(target);
     if (type == "POST" && !formData.empty()) {
         request.headers["content-type"] = "application/x-www-form-urlencoded";
         request.body = formData;
@@ -54,17 +52,17 @@ Value HttpClient::makeSyncRequest(const std::optional<std::string>& type,
                                   const std::string& requestParams, const std::string& formData,
                                   const Value& reqHeader) {
     logLine("HttpClient : makeSyncRequest called with type {} and restrictBadCert - {}", type,
-            restrictBadCert_ ? 1 : 0);
+            certificates_ == CertificatePolicy::restrict ? 1 : 0);
     if (!type || type->empty() || !url) {
         logLine("HttpClient : invalid request called");
         result_ = errorResult("INVALID_REQUEST");
         return result_;
     }
-    HttpExchange exchange(
-        makeRequest(*type, *url, requestParams, formData, reqHeader),
-        restrictBadCert_ ? CertificatePolicy::restrict : CertificatePolicy::allowAny);
+    HttpExchange exchange(makeRequest(*type, *url, requestParams, formData, reqHeader),
+                          certificates_, limits_);
     logLine("HttpClient: waiting for server response...");
     const HttpReply reply = exchange.perform();
+    status_ = reply.status;
     logLine("HttpClient: response status code -  {}", reply.status);
     if (reply.error) {
         logLine("HttpClient: error -  {}", reply.error->description);

@@ -1,5 +1,6 @@
 #include "HttpExchange.h"
 
+#include "AsciiCase.h"
 #include "Log.h"
 
 #include <strings.h>
@@ -14,6 +15,27 @@ bool holdsControlCharacter(std::string_view text) {
                        [](unsigned char c) { return c < 0x20 || c == 0x7f; });
 }
 
+using CurlUrl = Handle<CURLU, curl_url_cleanup>;
+using CurlText = Handle<char, curl_free>;
+
+/// Scheme, host and port, the latter written out; "" when the URL has none.
+std::string originOf(const char* url) {
+    const CurlUrl parsed(curl_url());
+    if (!url || !parsed || curl_url_set(parsed.get(), CURLUPART_URL, url, 0) != CURLUE_OK)
+        return "";
+    std::string origin;
+    for (const CURLUPart part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+        char* text = nullptr;
+        if (curl_url_get(parsed.get(), part, &text, CURLU_DEFAULT_PORT) != CURLUE_OK)
+            return "";
+        origin += CurlText(text).get();
+        origin += ' ';
+    }
+    std::transform(origin.begin(), origin.end(), origin.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return origin;
+}
+
 CURL* newHandle() {
     static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
     return initialised == CURLE_OK ? curl_easy_init() : nullptr;
@@ -25,8 +47,12 @@ bool HeaderNameLess::operator()(const std::string& left, const std::string& righ
     return strcasecmp(left.c_str(), right.c_str()) < 0;
 }
 
-HttpExchange::HttpExchange(const HttpRequest& request, CertificatePolicy policy)
-    : requestBody_(request.body), trust_(policy), handle_(newHandle()) {
+HttpExchange::HttpExchange(const HttpRequest& request, CertificatePolicy policy, HttpLimits limits)
+    : requestBody_(request.body),
+      limits_(limits),
+      origin_(originOf(request.url.c_str())),
+      trust_(policy),
+      handle_(newHandle()) {
     if (!handle_)
         return;
     CURL* const handle = handle_.get();
@@ -40,9 +66,17 @@ HttpExchange::HttpExchange(const HttpRequest& request, CertificatePolicy policy)
     curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "https");
     curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 20L);
+    curl_easy_setopt(handle, CURLOPT_PREREQFUNCTION, &HttpExchange::beforeRequest);
+    curl_easy_setopt(handle, CURLOPT_PREREQDATA, this);
+    // The frames of HTTP/2 keep a connection busy that brings nothing, out of sight of the limits.
+    curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
     curl_easy_setopt(handle, CURLOPT_COOKIEFILE, "");
     curl_easy_setopt(handle, CURLOPT_USERAGENT, "QUORLLoginAgent");
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT, static_cast<long>(idleTimeout.count()));
+    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS,
+                     static_cast<long>(std::min(limits.idle, limits.total).count()));
+    curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(limits.total.count()));
+    // A name server that does not answer would hold the call beyond its limits.
+    curl_easy_setopt(handle, CURLOPT_QUICK_EXIT, 1L);
     curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &HttpExchange::watchProgress);
     curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
@@ -82,7 +116,8 @@ void HttpExchange::setHeaders(const HeaderFields& headers) {
     add("Expect:");
     for (const auto& [name, value] : headers) {
         if (holdsControlCharacter(name) || holdsControlCharacter(value)) {
-            logLine("HttpClient : header {} holds a control character and is not sent", name);
+            logLine("HttpClient : header {} holds a control character, nothing is sent", name);
+            stop_ = Stop::unsendableHeader;
             continue;
         }
         // To the library "Name:" means none, "Name;" an empty one.
@@ -97,7 +132,12 @@ HttpReply HttpExchange::perform() {
         reply.error = errorOf(CURLE_FAILED_INIT);
         return reply;
     }
-    lastActivity_ = std::chrono::steady_clock::now();
+    // A signed call without one of its headers would be another call.
+    if (stop_ == Stop::unsendableHeader) {
+        reply.error = errorOf(CURLE_BAD_FUNCTION_ARGUMENT);
+        return reply;
+    }
+    start_ = lastActivity_ = std::chrono::steady_clock::now();
     const CURLcode code = curl_easy_perform(handle_.get());
     curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &reply.status);
     long offered = 0;
@@ -115,19 +155,12 @@ HttpReply HttpExchange::perform() {
 
 HttpError HttpExchange::errorOf(CURLcode code) const {
     HttpError error;
-    switch (stop_) {
-        case Stop::none:
-            break;
-        case Stop::idle:
-            error.code = CURLE_OPERATION_TIMEDOUT;
-            error.description = curl_easy_strerror(CURLE_OPERATION_TIMEDOUT);
-            error.reason = fmt::format("no data for {} seconds", idleTimeout.count());
-            return error;
-        case Stop::bodyTooLarge:
-            error.code = CURLE_FILESIZE_EXCEEDED;
-            error.description = curl_easy_strerror(CURLE_FILESIZE_EXCEEDED);
-            error.reason = fmt::format("the body holds more than {} bytes", maximumBody);
-            return error;
+    if (stop_ != Stop::none) {
+        const Failure failure = ownFailure();
+        error.code = failure.code;
+        error.description = curl_easy_strerror(failure.code);
+        error.reason = failure.reason;
+        return error;
     }
     error.code = code;
     error.description = curl_easy_strerror(code);
@@ -139,6 +172,31 @@ HttpError HttpExchange::errorOf(CURLcode code) const {
     return error;
 }
 
+HttpExchange::Failure HttpExchange::ownFailure() const {
+    const auto seconds = [](std::chrono::milliseconds limit) { return limit.count() / 1000.0; };
+    switch (stop_) {
+        case Stop::none:
+            break;
+        case Stop::idle:
+            return {CURLE_OPERATION_TIMEDOUT,
+                    fmt::format("no data for {} seconds", seconds(limits_.idle))};
+        case Stop::total:
+            return {CURLE_OPERATION_TIMEDOUT,
+                    fmt::format("no end after {} seconds", seconds(limits_.total))};
+        case Stop::bodyTooLarge:
+            return {CURLE_FILESIZE_EXCEEDED,
+                    fmt::format("the body holds more than {} bytes", maximumBody)};
+        case Stop::headersTooLarge:
+            return {CURLE_FILESIZE_EXCEEDED,
+                    fmt::format("the headers hold more than {} bytes", maximumHeaders)};
+        case Stop::elsewhere:
+            return {CURLE_TOO_MANY_REDIRECTS, "a redirect leads to another server"};
+        case Stop::unsendableHeader:
+            return {CURLE_BAD_FUNCTION_ARGUMENT, "a header cannot be sent"};
+    }
+    return {CURLE_OK, ""};
+}
+
 std::string HttpExchange::mediaType() const {
     curl_header* header = nullptr;
     // Of the last reply alone: the one of a redirect before it says nothing about this body.
@@ -147,10 +205,7 @@ std::string HttpExchange::mediaType() const {
     std::string_view value = header->value;
     value = value.substr(0, value.find(';'));
     const std::size_t end = value.find_last_not_of(" \t");
-    std::string type(value.substr(0, end == std::string_view::npos ? 0 : end + 1));
-    std::transform(type.begin(), type.end(), type.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return type;
+    return lowerCase(value.substr(0, end == std::string_view::npos ? 0 : end + 1));
 }
 
 std::size_t HttpExchange::receive(char* data, std::size_t size, std::size_t count, void* self) {
@@ -165,8 +220,25 @@ std::size_t HttpExchange::receive(char* data, std::size_t size, std::size_t coun
 }
 
 std::size_t HttpExchange::noteHeader(char*, std::size_t size, std::size_t count, void* self) {
-    static_cast<HttpExchange*>(self)->lastActivity_ = std::chrono::steady_clock::now();
+    auto& exchange = *static_cast<HttpExchange*>(self);
+    exchange.lastActivity_ = std::chrono::steady_clock::now();
+    exchange.headerBytes_ += size * count;
+    if (exchange.headerBytes_ > maximumHeaders) {
+        exchange.stop_ = Stop::headersTooLarge;
+        return 0;
+    }
     return size * count;
+}
+
+// The connection stands, and nothing of the request has been sent.
+int HttpExchange::beforeRequest(void* self, char*, char*, int, int) {
+    auto& exchange = *static_cast<HttpExchange*>(self);
+    const char* url = nullptr;
+    curl_easy_getinfo(exchange.handle_.get(), CURLINFO_EFFECTIVE_URL, &url);
+    if (!exchange.origin_.empty() && originOf(url) == exchange.origin_)
+        return CURL_PREREQFUNC_OK;
+    exchange.stop_ = Stop::elsewhere;
+    return CURL_PREREQFUNC_ABORT;
 }
 
 // The library's own low-speed limit averages over seconds and so ends a connection that brings a
@@ -182,10 +254,11 @@ int HttpExchange::watchProgress(void* self, curl_off_t, curl_off_t down, curl_of
         exchange.progress_ = progress;
         exchange.lastActivity_ = now;
     }
-    if (now - exchange.lastActivity_ < idleTimeout)
-        return 0;
-    exchange.stop_ = Stop::idle;
-    return 1;
+    if (now - exchange.lastActivity_ >= exchange.limits_.idle)
+        exchange.stop_ = Stop::idle;
+    else if (now - exchange.start_ >= exchange.limits_.total)
+        exchange.stop_ = Stop::total;
+    return exchange.stop_ == Stop::none ? 0 : 1;
 }
 
 }  // namespace quorl

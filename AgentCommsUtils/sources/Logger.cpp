@@ -15,6 +15,8 @@ namespace quorl {
 namespace {
 
 constexpr off_t largestLog = 10'000'000;
+// The most that one run may write.
+constexpr off_t fullLog = 10 * largestLog;
 
 std::string rotatedName(const std::string& path) {
     const time_t now = time(nullptr);
@@ -41,44 +43,57 @@ void rotateWhenLarge(const std::string& path) {
     renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, rotated.c_str(), RENAME_NOREPLACE);
 }
 
-// Standard error stays open across an exec, so that a child's complaints reach the log.
-bool becomeStandardError(FileDescriptor& file) {
-    if (file.get() != STDERR_FILENO)
-        return dup2(file.get(), STDERR_FILENO) == STDERR_FILENO;
-    // Descriptor 2 was closed, and the opening itself took its place.
-    fcntl(file.release(), F_SETFD, 0);
-    return true;
+// One number for the process's life, so that a thread which is writing a line never finds it closed
+// or, worse, taken by a socket. Closed across an exec: a page's process must not hold the log.
+class LogDescriptor {
+  public:
+    LogDescriptor() {
+        const FileDescriptor nowhere(openNowhere());
+        // Not one of the three standard streams', which are others' to reopen.
+        number_ = fcntl(nowhere.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        stream_ = number_ < 0 ? nullptr : fdopen(number_, "a");
+    }
+    bool becomes(const FileDescriptor& file) {
+        return stream_ && file && dup3(file.get(), number_, O_CLOEXEC) == number_;
+    }
+    bool becomesNowhere() { return becomes(FileDescriptor(openNowhere())); }
+    int number() const { return number_; }
+    std::FILE* stream() const { return stream_; }
+
+  private:
+    static int openNowhere() { return open("/dev/null", O_WRONLY | O_CLOEXEC); }
+
+    int number_ = -1;
+    std::FILE* stream_ = nullptr;
+};
+
+LogDescriptor& logDescriptor() {
+    static LogDescriptor descriptor;
+    return descriptor;
 }
 
-// Descriptor 2 is never left free: the next socket would take its place, and log lines would be
-// sent over it.
-bool discardStandardError() {
-    FileDescriptor nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
-    return nowhere && becomeStandardError(nowhere);
-}
-
-// Opened here and not by freopen, which would make the file readable for others, follow a link
-// planted in its place, and leave descriptor 2 free on failure.
-std::FILE* reopenStandardError(const std::string& path) {
-    FileDescriptor file(open(
-        path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-        S_IRUSR | S_IWUSR));
+std::FILE* openLog(const std::string& path) {
+    LogDescriptor& log = logDescriptor();
+    const FileDescriptor file(
+        open(path.c_str(),
+             O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
+             S_IRUSR | S_IWUSR));
     const std::string reason = file ? "not a regular file" : strerror(errno);
     struct stat attributes {};
     const bool regular = file && fstat(file.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);
-    static_cast<void>(std::fflush(stderr));
-    if (regular && becomeStandardError(file))
-        return stderr;
-    // Closed before descriptor 2 is given away, which it may have taken.
-    file.reset();
-    logLine("initLog : Log File[{}] could not be opened: {}", path, reason);
-    discardStandardError();
-    return nullptr;
+    if (!regular)
+        logLine("initLog : Log File[{}] could not be opened: {}", path, reason);
+    const bool opened = regular && log.becomes(file);
+    if (!opened)
+        log.becomesNowhere();
+    setLogDestination({.descriptor = log.number(), .largest = fullLog});
+    return opened ? log.stream() : nullptr;
 }
 
-int closeStandardError() {
-    const bool flushed = std::fflush(stderr) == 0;
-    return discardStandardError() && flushed ? 0 : EOF;
+int closeLog() {
+    // First, for what is held back belongs into the file.
+    setLogDestination({.descriptor = logDescriptor().number()});
+    return logDescriptor().becomesNowhere() ? 0 : EOF;
 }
 
 }  // namespace
@@ -90,24 +105,24 @@ void initLog(const std::string& path) {
     if (pamLogFileP)
         return;
     logLine("initLog : Log File already present");
-    pamLogFileP = reopenStandardError(path);
+    pamLogFileP = openLog(path);
 }
 
 int destroyLog() {
     if (!pamLogFileP)
         return EOF;
     pamLogFileP = nullptr;
-    return closeStandardError();
+    return closeLog();
 }
 
 std::FILE* openApplicationLog(const std::string& path) {
     rotateWhenLarge(path);
-    return reopenStandardError(path);
+    return openLog(path);
 }
 
 void closeApplicationLog(std::FILE* stream) {
     if (stream)
-        closeStandardError();
+        closeLog();
 }
 
 }  // namespace quorl

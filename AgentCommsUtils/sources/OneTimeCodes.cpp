@@ -97,23 +97,23 @@ std::optional<std::string> getTotpCode(ByteView secret, std::uint64_t counter,
     return std::string(codeOf(hmac, counter, digits).view());
 }
 
-bool verifyCode(std::string_view base32Secret, std::string_view typed, std::int64_t millis,
-                const TotpParameters& parameters) {
+std::optional<std::int64_t> matchingStep(std::string_view base32Secret, std::string_view typed,
+                                         std::int64_t millis, const TotpParameters& parameters) {
     const std::int64_t variance = parameters.variance;
     if (parameters.timeStep < 1 || variance < 0)
-        return false;
+        return std::nullopt;
     if (variance > (widestWindow - 1) / 2) {
         logLine("verifyCode : a window of {} steps to either side is too wide", variance);
-        return false;
+        return std::nullopt;
     }
     const auto hash = hashAlgorithm(parameters.algorithm);
     if (!hash) {
         for (std::int64_t step = -variance; step <= variance; ++step)
             logLine("Unsupported algorithm.");
-        return false;
+        return std::nullopt;
     }
     if (!isDigitCount(parameters.digits))
-        return false;
+        return std::nullopt;
 
     Bytes secret = base32Decode(base32Secret);
     const WipeAtExit wiped(secret);
@@ -122,9 +122,14 @@ bool verifyCode(std::string_view base32Secret, std::string_view typed, std::int6
     for (std::int64_t counter = now - variance; counter <= now + variance; ++counter) {
         const Code code = codeOf(hmac, static_cast<std::uint64_t>(counter), parameters.digits);
         if (sameText(code.view(), typed))
-            return true;
+            return counter;
     }
-    return false;
+    return std::nullopt;
+}
+
+bool verifyCode(std::string_view base32Secret, std::string_view typed, std::int64_t millis,
+                const TotpParameters& parameters) {
+    return matchingStep(base32Secret, typed, millis, parameters).has_value();
 }
 
 }  // namespace quorl

@@ -1,5 +1,7 @@
 #include "ServerCommunicator.h"
 
+#include "AgentIdentity.h"
+#include "CertificateSettings.h"
 #include "CommonUtils.h"
 #include "ConfigParser.h"
 #include "CryptoUtils.h"
@@ -7,7 +9,9 @@
 #include "Log.h"
 #include "Logger.h"
 #include "MachineDomain.h"
+#include "ServerAddress.h"
 #include "SystemPaths.h"
+#include "WaitingLock.h"
 
 namespace quorl {
 namespace {
@@ -38,37 +42,23 @@ bool isError(const Value& result) {
     return member(result, "ERROR_MSG") != nullptr;
 }
 
-/// What the server says about the agent in its reply to the key request.
-struct AgentProperties {
-    std::string id;
-    std::string encryptedKey;
-    std::string key;
-};
-
-/// The properties; nothing unless the reply is whole, its key included: an agent that stored half
-/// an identity would have spent its installation key on nothing.
-std::optional<AgentProperties> readAgentProperties(const Value& reply) {
-    const Value* const properties = member(reply, "agent_props");
-    if (stringValue(reply, "result") != "success" || !properties)
-        return std::nullopt;
-    const auto id = stringValue(*properties, "agent_id");
-    const auto encryptedKey = stringValue(*properties, "agent_access_key");
-    if (!id || id->empty() || !encryptedKey)
-        return std::nullopt;
-    auto key = decrypt(*encryptedKey, aesKey, iv);
-    if (!key || key->empty())
-        return std::nullopt;
-    return AgentProperties{*id, *encryptedKey, std::move(*key)};
-}
+// Longer than a call may last, for the holder is registering.
+constexpr std::chrono::seconds registrationWait{65};
 
 }  // namespace
 
 ServerCommunicator::ServerCommunicator(const Clock& clock)
     : configurationPath_(systemPaths().supportDirectory() + "/config.plist"),
-      logPath_(systemPaths().supportDirectory() + "/VantorixClient.log"),
+      logPath_(ownDirectory() + "/VantorixClient.log"),
       configuration_(loadConfiguration(logPath_, configurationPath_)),
       clock_(clock) {
+    warnOfUncheckedCertificates(configuration_);
+    removeConfigurationLeftovers(configurationPath_);
     if (isAccessKeyExists()) {
+        // Of an agent that was killed between obtaining its identity and spending the key.
+        if (!configText(configuration_, "INSTALLATION_KEY").empty() &&
+            changeConfiguration({{"INSTALLATION_KEY", ""}}, configurationPath_))
+            configuration_["INSTALLATION_KEY"] = "";
         logLine("Agent key already present in the conf.");
         return;
     }
@@ -103,19 +93,25 @@ std::optional<Value> ServerCommunicator::getAuthRequestHeaders(const std::string
 }
 
 Value ServerCommunicator::send(const std::string& reqURI, const std::string& reqType,
-                               const std::string& reqData, const Value& headers) const {
-    const std::string url = constructServerURL(configText(configuration_, "SERVERNAME"),
-                                               configText(configuration_, "PORTNUMBER"),
-                                               configText(configuration_, "CONTEXT_PATH"), reqURI);
-    HttpClient client(isTrue(configuration_, "RESTRICT_BADCERT"));
-    return client.makeSyncRequest(reqType, url, reqType == "GET" ? reqData : "",
-                                  reqType == "POST" ? reqData : "", headers);
+                               const std::string& reqData, const Value& headers,
+                               HttpLimits limits) {
+    const std::optional<ServerAddress> server = serverAddress(configuration_);
+    if (!server)
+        return {{"ERROR_MSG", "the server is not configured correctly"}};
+    const std::string url =
+        constructServerURL(server->host, server->port, server->contextPath, reqURI);
+    HttpClient client(callCertificatePolicy(configuration_), limits);
+    Value result = client.makeSyncRequest(reqType, url, reqType == "GET" ? reqData : "",
+                                          reqType == "POST" ? reqData : "", headers);
+    lastStatus_ = client.status();
+    return result;
 }
 
 std::optional<Value> ServerCommunicator::sendRequestWithAuthHeader(const std::string& reqURI,
                                                                    const std::string& reqType,
                                                                    Value* reqHeader,
-                                                                   const std::string& reqData) {
+                                                                   const std::string& reqData,
+                                                                   HttpLimits limits) {
     logLine("sendRequestWithAuthHeader: Going to send req. with auth header...");
     if (!isAccessKeyExists()) {
         logLine("sendRequestWithAuthHeader: Agent key not present or Internal error occured");
@@ -133,7 +129,7 @@ std::optional<Value> ServerCommunicator::sendRequestWithAuthHeader(const std::st
     if (!headers.is_object())
         headers = Value::object();
     headers.update(*signedHeaders);
-    return send(reqURI, reqType, reqData, headers);
+    return send(reqURI, reqType, reqData, headers, limits);
 }
 
 bool ServerCommunicator::getAccessKey() {
@@ -141,6 +137,16 @@ bool ServerCommunicator::getAccessKey() {
     const std::string installationKey = configText(configuration_, "INSTALLATION_KEY");
     if (installationKey.empty())
         return false;
+    // From before the call until the identity is stored: of two agents that register at once, the
+    // second takes what the first one obtained.
+    const auto lock = WaitingLock::take(systemPaths().supportDirectory() + "/registration.lock",
+                                        registrationWait);
+    if (!lock) {
+        logLine("getaccessKey: no lock for the registration: {}", lock.error());
+        return false;
+    }
+    if (takeStoredIdentity())
+        return true;
     const std::optional<Value> headers =
         getAuthRequestHeaders(installationKey, "MAC", apiGetAccessKey, "POST");
     if (!headers) {
@@ -155,17 +161,28 @@ bool ServerCommunicator::getAccessKey() {
             "getaccessKey: unable to get agent key  - Error occured while sending req. to server");
         return false;
     }
-    const std::optional<AgentProperties> agent = readAgentProperties(reply);
-    if (!agent) {
+    const std::optional<AgentIdentity> identity = readAgentIdentity(reply);
+    if (!identity) {
         logLine("getaccessKey: unable to get agent key  - Invalid response from server");
         return false;
     }
-    configuration_["ACCESS_KEY"] = agent->key;
-    configuration_["AGENT_ID"] = agent->id;
-    // The installation key goes last: until then an interrupted agent can ask again.
-    addConfiguration("AGENT_ID", agent->id, configurationPath_);
-    addConfiguration("ACCESS_KEY", agent->encryptedKey, configurationPath_);
-    addConfiguration("INSTALLATION_KEY", "", configurationPath_);
+    if (!storeAgentIdentity(*identity, configurationPath_)) {
+        logLine("getaccessKey: the agent key could not be stored, the installation key stays");
+        return false;
+    }
+    configuration_["ACCESS_KEY"] = identity->key;
+    configuration_["AGENT_ID"] = identity->id;
+    configuration_["INSTALLATION_KEY"] = "";
+    return true;
+}
+
+bool ServerCommunicator::takeStoredIdentity() {
+    const StoredConfig stored = readConfig(configurationPath_);
+    for (const char* key : {"AGENT_ID", "ACCESS_KEY"})
+        if (configText(stored.settings, key).empty())
+            return false;
+    for (const char* key : {"AGENT_ID", "ACCESS_KEY", "INSTALLATION_KEY"})
+        configuration_[key] = stored.settings[key];
     return true;
 }
 

@@ -39,7 +39,10 @@ bool expectHost(X509_VERIFY_PARAM* parameters, const std::string& host) {
     // An address must stand in the certificate as an address, never as a name.
     if (X509_VERIFY_PARAM_set1_ip_asc(parameters, host.c_str()) == 1)
         return true;
-    X509_VERIFY_PARAM_set_hostflags(parameters, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+    // Name constraints of an authority bind alternative names; a name in the subject would get
+    // round them.
+    X509_VERIFY_PARAM_set_hostflags(
+        parameters, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
     return X509_VERIFY_PARAM_set1_host(parameters, host.c_str(), host.size()) == 1;
 }
 

@@ -1,16 +1,16 @@
 #pragma once
 
+#include "CertificatePolicy.h"
+
 #include <curl/curl.h>
 #include <openssl/ssl.h>
 
 namespace quorl {
 
-/// What is done about a server certificate that the machine does not trust.
-enum class CertificatePolicy { restrict, allowAny };
-
 /// Decides on the certificates of one client's connections, and says in the log what it decided.
 /// A certificate is trusted when its chain ends in the machine's folder of authorities
-/// (SSL_CERT_DIR, else OpenSSL's own) and it names the host that was asked for.
+/// (SSL_CERT_DIR, else OpenSSL's own) and one of
+/// its alternative names is the host that was asked for; the common name is no name.
 class ServerTrust {
   public:
     explicit ServerTrust(CertificatePolicy policy) : policy_(policy) {}

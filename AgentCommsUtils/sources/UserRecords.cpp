@@ -1,6 +1,6 @@
 #include "UserRecords.h"
 
-#include "CommonUtils.h"
+#include "AsciiCase.h"
 #include "Handle.h"
 #include "Log.h"
 #include "MachineDomain.h"
@@ -9,7 +9,6 @@
 #include <pwd.h>
 #include <stdio.h>
 
-#include <algorithm>
 #include <array>
 
 namespace quorl {
@@ -48,12 +47,6 @@ Value asValue(const std::vector<std::string>& texts) {
     for (const std::string& text : texts)
         list.push_back(text);
     return list;
-}
-
-std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return text;
 }
 
 }  // namespace

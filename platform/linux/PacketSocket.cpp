@@ -2,6 +2,7 @@
 
 #include "PacketCodec.h"
 #include "SocketAddress.h"
+#include "Wipe.h"
 
 #include <errno.h>
 #include <poll.h>
@@ -71,6 +72,28 @@ bool peerHasClosed(int socket) {
     return poll(&entry, 1, 0) > 0 && (entry.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
 }
 
+class HangUpWatch final : public ReceiverWatch, private RunLoopSource {
+  public:
+    HangUpWatch(RunLoop& loop, int socket, std::function<void()> gone)
+        : loop_(loop), socket_(socket), gone_(std::move(gone)) {
+        loop_.addForHangUp(*this);
+    }
+    ~HangUpWatch() override { loop_.remove(*this); }
+
+  private:
+    int descriptor() const override { return socket_; }
+    void ready() override {
+        loop_.remove(*this);
+        // Taken out first: it may destroy this.
+        const auto gone = std::move(gone_);
+        gone();
+    }
+
+    RunLoop& loop_;
+    int socket_;
+    std::function<void()> gone_;
+};
+
 tl::unexpected<ReceiveFailure> refused(std::string_view reason) {
     return tl::unexpected(ReceiveFailure{NoMessage::refused, reason});
 }
@@ -78,10 +101,10 @@ tl::unexpected<ReceiveFailure> refused(std::string_view reason) {
 }  // namespace
 
 bool SocketSendRight::send(const PortMessage& message, std::chrono::milliseconds deadline) {
-    const std::optional<Bytes> packet = encodePacket(message.msgid, message.components);
+    std::optional<Bytes> packet = encodePacket(message.msgid, message.components);
     if (!packet)
         return false;
-    iovec bytes{.iov_base = const_cast<std::uint8_t*>(packet->data()), .iov_len = packet->size()};
+    iovec bytes{.iov_base = packet->data(), .iov_len = packet->size()};
     msghdr header{};
     header.msg_iov = &bytes;
     header.msg_iovlen = 1;
@@ -99,6 +122,7 @@ bool SocketSendRight::send(const PortMessage& message, std::chrono::milliseconds
         item->cmsg_len = CMSG_LEN(sizeof descriptor);
         std::memcpy(CMSG_DATA(item), &descriptor, sizeof descriptor);
     }
+    const WipeAtExit atExit(*packet);
     std::optional<SteadyClock::time_point> end;
     for (;;) {
         // Never blocking by the call itself: a descriptor that came from a peer is shared with it,
@@ -114,6 +138,11 @@ bool SocketSendRight::send(const PortMessage& message, std::chrono::milliseconds
         if (!waitWritable(socket_.get(), *end))
             return false;
     }
+}
+
+std::unique_ptr<ReceiverWatch> SocketSendRight::watchReceiver(RunLoop& loop,
+                                                              std::function<void()> gone) {
+    return std::make_unique<HangUpWatch>(loop, socket_.get(), std::move(gone));
 }
 
 // Left as it comes from the allocator: only the pages that packets really touch take memory.
@@ -148,6 +177,8 @@ tl::expected<PortMessage, ReceiveFailure> PacketReceiver::receive(int socket) {
     if (!descriptors.empty() && !isConnectedPacketSocket(descriptors.front().get()))
         return refused("the reply port is no connected packet socket");
     auto message = decodePacket({buffer_.get(), static_cast<std::size_t>(size)});
+    // Requests hold what a person typed, and answers what the server issued.
+    explicit_bzero(buffer_.get(), static_cast<std::size_t>(size));
     if (!message)
         return refused(message.error());
     if (!descriptors.empty())

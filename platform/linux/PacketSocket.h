@@ -20,6 +20,8 @@ class SocketSendRight final : public SendRight {
   public:
     explicit SocketSendRight(FileDescriptor socket) : socket_(std::move(socket)) {}
     bool send(const PortMessage& message, std::chrono::milliseconds deadline) override;
+    std::unique_ptr<ReceiverWatch> watchReceiver(RunLoop& loop,
+                                                 std::function<void()> gone) override;
 
   private:
     FileDescriptor socket_;

@@ -10,6 +10,12 @@ void PollRunLoop::add(RunLoopSource& source) {
     entries_.push_back({.fd = source.descriptor(), .events = POLLIN, .revents = 0});
 }
 
+void PollRunLoop::addForHangUp(RunLoopSource& source) {
+    // A hang-up is told whatever is asked for.
+    sources_.push_back(&source);
+    entries_.push_back({.fd = source.descriptor(), .events = 0, .revents = 0});
+}
+
 void PollRunLoop::remove(RunLoopSource& source) {
     const auto found = std::ranges::find(sources_, &source);
     if (found == sources_.end())

@@ -12,6 +12,7 @@ namespace quorl {
 class PollRunLoop final : public RunLoop {
   public:
     void add(RunLoopSource& source) override;
+    void addForHangUp(RunLoopSource& source) override;
     void remove(RunLoopSource& source) override;
     /// Sleeps through the whole duration in one wait when nothing happens.
     void runFor(std::chrono::milliseconds duration) override;

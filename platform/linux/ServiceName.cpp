@@ -1,6 +1,7 @@
 #include "ServiceName.h"
 
 #include "PacketSocket.h"
+#include "RuntimeFolder.h"
 #include "SocketAddress.h"
 
 #include <errno.h>
@@ -20,25 +21,6 @@ using Result = tl::expected<FileDescriptor, std::string>;
 
 tl::unexpected<std::string> systemError(const std::string& what) {
     return tl::unexpected(what + ": " + std::strerror(errno));
-}
-
-// Who can write into the folder can put a socket of their own in the place of ours.
-tl::expected<void, std::string> prepareFolder(const std::string& folder) {
-    // The process's file mode mask is tighter than what the folder needs.
-    if (mkdir(folder.c_str(), 0755) == 0) {
-        if (chmod(folder.c_str(), 0755) != 0)
-            return systemError(folder);
-    } else if (errno != EEXIST) {
-        return systemError(folder);
-    }
-    struct stat info {};
-    if (stat(folder.c_str(), &info) != 0)
-        return systemError(folder);
-    if (!S_ISDIR(info.st_mode))
-        return tl::unexpected(folder + ": not a folder");
-    if ((info.st_uid != 0 && info.st_uid != geteuid()) || (info.st_mode & S_IWOTH))
-        return tl::unexpected(folder + ": others can write into the folder");
-    return {};
 }
 
 Result lockName(const std::string& path) {
@@ -96,7 +78,7 @@ tl::expected<std::unique_ptr<ServiceName>, std::string> ServiceName::claim(
     const auto address = socketAddress(path);
     if (!address)
         return tl::unexpected(path + ": the path is too long for a socket");
-    if (auto folder = prepareFolder(runtimeDir); !folder)
+    if (auto folder = prepareRuntimeFolder(runtimeDir); !folder)
         return tl::unexpected(folder.error());
     Result lock = lockName(path + ".lock");
     if (!lock)

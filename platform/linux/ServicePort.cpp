@@ -95,7 +95,7 @@ bool ServicePort::admits(int socket) {
     socklen_t size = sizeof peer;
     if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
         return false;
-    if (peer.uid != 0 && peer.uid != geteuid()) {
+    if (peer.uid != 0 && !(limits_.ownAccount && peer.uid == geteuid())) {
         logLine("ServicePort : peer refused, uid {}", peer.uid);
         return false;
     }

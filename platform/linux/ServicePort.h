@@ -18,10 +18,14 @@ struct ServiceLimits {
     std::size_t connections = 32;
     /// A peer that has said nothing for that long after connecting is dropped.
     std::chrono::milliseconds silence = std::chrono::seconds(10);
+    /// Serves processes of the account that the service itself has, too. An agent's own account is
+    /// that of its network process, which no sandbox holds: only whoever tries things out as an
+    /// ordinary user wants this.
+    bool ownAccount = false;
 };
 
-/// The port behind a bootstrap name: accepts connections of root's and the agent's own user's
-/// processes and receives the messages of all of them. A peer that breaks the rules costs one log
+/// The port behind a bootstrap name: accepts connections of root's processes and receives the
+/// messages of all of them. A peer that breaks the rules costs one log
 /// line and loses its connection. At rest nothing wakes it.
 class ServicePort final : public Port {
   public:

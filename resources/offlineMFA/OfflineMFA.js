@@ -22,20 +22,22 @@ function iradio() {
 function loadResources() {
     for (const element of document.querySelectorAll("[data-text]"))
         element.textContent = i18nText[element.dataset.text] ?? "";
-    const heading = i18nText.IDS_MFA_OFFLINE_HTML_T1 ?? "";
-    document.documentElement.dir = /[\u0590-\u08ff]/.test(heading) ? "rtl" : "ltr";
-    // The one language that a text gives away; fonts and voices differ for it.
-    if (/[\u3040-\u30ff]/.test(heading))
-        document.documentElement.lang = "ja";
-    showFullTime();
+    const root = document.documentElement;
+    root.lang = languageOf(i18nText.IDS_MFA_OFFLINE_HTML_T1 ?? "");
+    root.dir = rightToLeft.includes(root.lang) ? "rtl" : "ltr";
+    startTime();
 }
 
-// Until the count-down's first second is over; without a count-down there is nothing to show.
-function showFullTime() {
+// The full time until the count-down's first second is over; without a count-down there is nothing
+// to show.
+function startTime() {
     const timer = byId("timer");
-    if (typeof minutes === "undefined")
+    if (typeof minutes === "undefined") {
         addClass(byId("TIMERDIV"), "hide");
-    else if (timer.textContent === "")
+        return;
+    }
+    entry.expiry = performance.now() + (minutes * 60 + 1) * 1000;
+    if (timer.textContent === "")
         timer.textContent = String(minutes).padStart(2, "0") + ":00";
 }
 
@@ -55,11 +57,32 @@ function isShown(id) {
     return !byId(id).classList.contains("hide");
 }
 
-// Emptied first, so that the same words are read out again.
+// At once, over whatever is being read. Each time an element of its own that comes with its words:
+// readers speak of one that appears, and not of a change in one.
 function announce(text) {
-    const region = byId("ANNOUNCEMENT");
-    region.textContent = "";
-    setTimeout(() => { region.textContent = text; }, 100);
+    const words = document.createElement("p");
+    words.setAttribute("role", "alert");
+    words.textContent = text;
+    byId("ANNOUNCEMENT").replaceChildren(words);
+}
+
+// When nothing else is being read; a notice that waits its turn is kept.
+function notice(text) {
+    const region = byId("NOTICE");
+    const line = document.createElement("p");
+    line.textContent = text;
+    setTimeout(() => region.append(line), 100);
+    setTimeout(() => line.remove(), 10000);
+}
+
+// Readers that know no alerts of pages read what gets the focus, so it goes to the alert and back. The
+// first key brings it back before, and is kept.
+function visitAlert(field) {
+    byId("ALERT").focus({ preventScroll: true });
+    setTimeout(() => {
+        if (document.activeElement === byId("ALERT"))
+            field.focus();
+    }, 800);
 }
 
 function onAlertChange() {
@@ -68,10 +91,13 @@ function onAlertChange() {
         code.removeAttribute("aria-invalid");
         return;
     }
+    onAnswer();
     code.setAttribute("aria-invalid", "true");
-    code.focus();
-    byId("ALERT").scrollIntoView({ block: "nearest" });
-    announce(byId("ALERTDATA").textContent);
+    code.setAttribute("aria-describedby", "ALERTDATA WAIT T3");
+    visitAlert(code);
+    byId(isShown("WAIT") ? "WAIT" : "ALERT").scrollIntoView({ block: "nearest" });
+    if (isShown("WAIT"))
+        announce(byId("WAIT").textContent);
 }
 
 // One slot per digit; a number that does not fit gets a plain field.
@@ -84,16 +110,28 @@ function onDigitsChange() {
         code.style.setProperty("--digits", digits);
 }
 
+// Said at these moments and not each second.
+const toldSeconds = [120, 60, 30, 10];
+
 function onTick() {
-    const text = byId("timer").textContent;
-    const isLast = /^00:[0-2]/.test(text) || text === "00:30";
-    byId("TIMERDIV").classList.toggle("last", isLast);
-    if (text === "00:30")
-        byId("TIMENOTICE").textContent = byId("TIMERLABEL").textContent + " " + text;
+    const [shownMinutes, shownSeconds] = byId("timer").textContent.split(":").map(Number);
+    const left = shownMinutes * 60 + shownSeconds;
+    byId("TIMERDIV").classList.toggle("last", left <= 30);
+    if (toldSeconds.includes(left))
+        notice(byId("TIMERLABEL").textContent + ": " +
+               spanInWords(document.documentElement.lang, left));
 }
 
 function onChooseShown() {
     document.querySelector("#RADIOGROUP input:checked")?.focus();
+}
+
+// The count-down writes this view each second from then on; a time that runs out is told once.
+function onExpiry() {
+    if (isShown("ERRORTAB") && !entry.isOver) {
+        entry.isOver = true;
+        announce(byId("ERRORMSG1").textContent + " " + byId("ERRORMSG2").textContent);
+    }
 }
 
 // The custom logo may be absent or no image; the product's own stays then.
@@ -103,10 +141,6 @@ byId("PRODUCTLOGO").addEventListener("error", (event) => {
         event.target.src = ownLogo;
 });
 
-byId("AUTHFORM").addEventListener("submit", (event) => {
-    event.preventDefault();
-    post({ METHOD: "onButtonOK", PASSCODE: byId("PASSCODE").value });
-});
 byId("CHOOSEFORM").addEventListener("submit", (event) => {
     event.preventDefault();
     post({ METHOD: "onButtonChoose" });
@@ -115,11 +149,27 @@ byId("CHOOSEFORM").addEventListener("submit", (event) => {
 for (const button of document.querySelectorAll("[data-action=cancel]"))
     button.addEventListener("click", () => post({ METHOD: "onButtonCancel" }));
 byId("Exit").addEventListener("click", () => post({ METHOD: "onButtonExit" }));
+// Escape works when it is let go: a window that closes while the key is down loses the first key that
+// is typed into the next one. A key that went down before the page came is none of its business.
+let isEscapeDown = false;
+document.addEventListener("keydown", (event) => {
+    // A code that is typed before the field has the focus is for the field all the same.
+    const isForCode = document.activeElement === byId("ALERT") ||
+        (document.activeElement === document.body && event.key.length === 1);
+    if (isForCode && isShown("AUTHTAB"))
+        byId("PASSCODE").focus();
+    if (event.key === "Escape" && !event.isComposing)
+        isEscapeDown = true;
+});
+document.addEventListener("keyup", (event) => {
+    if (event.key === "Escape" && isEscapeDown)
+        post({ METHOD: isShown("ERRORTAB") ? "onButtonExit" : "onButtonCancel" });
+});
 
-byId("PASSCODE").addEventListener("input", () => addClass(byId("ALERT"), "hide"));
 byId("RADIOGROUP").addEventListener("change", iradio);
 
 watch("ALERT", { attributes: true, childList: true, subtree: true }, onAlertChange);
 watch("PASSCODE", { attributeFilter: ["maxlength"] }, onDigitsChange);
 watch("timer", { childList: true }, onTick);
 watch("CHOOSETAB", { attributeFilter: ["class"] }, onChooseShown);
+watch("ERRORTAB", { attributeFilter: ["class"] }, onExpiry);

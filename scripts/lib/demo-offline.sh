@@ -48,8 +48,8 @@ configure agent SERVERNAME=localhost "PORTNUMBER=$port" "PRODTITLE=Second Factor
 (in_agent agent "$bin/QUORLLoginAgent" -action updateAgentStatus -status install) ||
     fail "the agent could not be registered"
 for user in "${users[@]}"; do
-    (in_agent agent "$bin/offline-sync" sync "token-$user") 2>>"$work/sync.log"
-    (in_agent agent "$bin/offline-sync" check "$user@EXAMPLE") 2>>"$work/sync.log" ||
+    (in_agent agent "$bin/keshctl" offline sync) <<<"token-$user" 2>>"$work/sync.log"
+    (in_agent agent "$bin/keshctl" offline check "$user@EXAMPLE") 2>>"$work/sync.log" ||
         fail "$user was not enrolled"
     step "$user of EXAMPLE enrolled through the sync"
 done

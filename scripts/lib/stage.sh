@@ -4,6 +4,7 @@
 bin=build/release/bin
 shots=build/demo
 work=
+rooms=() # folders beside $work
 pids=()
 
 step() { printf '%s\n' "- $*"; }
@@ -29,7 +30,7 @@ leave_stage() {
     for pid in "${pids[@]}"; do
         wait "$pid" 2>/dev/null || true
     done
-    rm -rf "$work"
+    rm -rf "$work" "${rooms[@]}"
     exit "$status"
 }
 
@@ -82,6 +83,11 @@ with open(path, "wb") as file:
     plistlib.dump(config, file)
 PYTHON
 }
+
+# The agents of a demo run as whoever plays it.
+export QUORL_AGENT_ACCOUNT
+QUORL_AGENT_ACCOUNT=$(id -un)
+export QUORL_SERVE_OWN_ACCOUNT=1
 
 # in_agent AGENT COMMAND... : runs the command with the agent's folders and the demo's trust.
 in_agent() {

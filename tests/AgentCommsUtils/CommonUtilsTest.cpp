@@ -1,4 +1,5 @@
 #include "CommonUtils.h"
+#include "Localization.h"
 #include "Subprocess.h"
 #include "TestClock.h"
 
@@ -91,6 +92,7 @@ TEST(LocalizedText, FallsBackFromTheNamedLanguageToTheSystemsToEnglish) {
     table("en", "<key>A</key><string>english</string><key>B</key><string>only english</string>");
     table("fr", "<key>A</key><string>français</string><key>B</key><string></string>");
     table("de", "<key>A</key><string>deutsch</string>");
+    table("zh-Hans", "<key>A</key><string>中文</string>");
     const Resources resources(sandbox.root());
     unsetenv("LC_ALL");
     unsetenv("LC_MESSAGES");
@@ -100,18 +102,23 @@ TEST(LocalizedText, FallsBackFromTheNamedLanguageToTheSystemsToEnglish) {
         const char* locale;
         const char* text;
     };
-    for (const Case& c :
-         std::vector<Case>{{"A", "de", "deutsch"},
-                           {"B", "de", "B"},  // a table that exists is the last word
-                           {"A", "", "français"},
-                           {"A", "xx", "français"},
-                           {"A", "../en", "français"},
-                           {"B", "", "only english"},
-                           {"C", "", ""}})
+    for (const Case& c : std::vector<Case>{{"A", "de", "deutsch"},
+                                           {"A", "de-AT", "deutsch"},
+                                           {"A", "de_CH.UTF-8@x", "deutsch"},
+                                           {"A", "zh-CN", "中文"},
+                                           {"A", "zh", "中文"},
+                                           {"A", "zh-TW", "français"},  // another script
+                                           {"B", "de", "only english"},
+                                           {"A", "", "français"},
+                                           {"A", "xx", "français"},
+                                           {"A", "../en", "français"},
+                                           {"B", "", "only english"},
+                                           {"C", "de", "C"},
+                                           {"C", "", "C"}})
         EXPECT_EQ(getLocalizedString(c.key, c.locale, resources), c.text) << c.key << c.locale;
     setenv("LC_ALL", "de", 1);
     EXPECT_EQ(getNSLocalizedString("A", resources), "deutsch");
-    setenv("LC_ALL", "C", 1);
+    setenv("LC_ALL", "C.UTF-8", 1);
     EXPECT_EQ(getNSLocalizedString("A", resources), "english");
 }
 

@@ -1,4 +1,5 @@
 #include "Logger.h"
+#include "StandardStreams.h"
 #include "TestSandbox.h"
 
 #include <gmock/gmock.h>
@@ -129,6 +130,7 @@ TEST_F(LoggerTest, SaysOnceWhyItCannotOpenAndThenGoesNowhere) {
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     for (const fs::path& bad : {sandbox_.root() / "missing" / "log", sandbox_.root(), link, fifo}) {
         const LogCapture original;
+        setLogDestination({.descriptor = STDERR_FILENO});
         EXPECT_EQ(openApplicationLog(bad), nullptr) << bad;
         EXPECT_EQ(original.count("[" + bad.string() + "] could not be opened: "), 1U) << bad;
         const std::string before = original.text();
@@ -138,6 +140,64 @@ TEST_F(LoggerTest, SaysOnceWhyItCannotOpenAndThenGoesNowhere) {
         EXPECT_EQ(original.text(), before);
     }
     EXPECT_EQ(TestSandbox::read(outside), "untouched");
+}
+
+TEST_F(LoggerTest, ALoopOfLinesIsCountedAndAFullFileTakesOneMoreLine) {
+    initLog(path_);
+    for (int i = 0; i < 10'000; ++i) {
+        logLine("refused");
+        logLine("shown again");
+    }
+    destroyLog();
+    const auto lines = linesOf(TestSandbox::read(path_));
+    EXPECT_LT(lines.size(), 500U);
+    std::uint64_t told = 0;
+    for (const std::string& line : lines) {
+        const auto at = line.find("log : ");
+        told += at == line.npos ? 1 : std::stoull(line.substr(at + 6));
+    }
+    EXPECT_EQ(told, 20'000U) << "every line is written or counted";
+
+    fs::resize_file(path_, 99'999'999);
+    fs::rename(path_, sandbox_.support() / "full.log");
+    fs::create_hard_link(sandbox_.support() / "full.log", path_);
+    setLogDestination({.descriptor = open(path_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC),
+                       .largest = 100'000'000});
+    for (int i = 0; i < 100; ++i)
+        logLine("line {}", i);
+    const auto size = fs::file_size(path_);
+    EXPECT_LT(size, 100'000'400U);
+    EXPECT_EQ(TestSandbox::read(path_).substr(99'999'999).find("line 1\n"), std::string::npos);
+    EXPECT_NE(TestSandbox::read(path_).find("the file is full"), std::string::npos);
+}
+
+// What a page's process inherits: no descriptor of the log, and streams that cannot forge lines.
+TEST_F(LoggerTest, ProgramsThatAreStartedReachTheLogByEscapedLinesAlone) {
+    const FileDescriptor out(dup(STDOUT_FILENO));
+    std::FILE* const stream = openApplicationLog(path_);
+    ASSERT_NE(stream, nullptr);
+    logLine("ours");
+    {
+        const StandardStreamsInLog streams;
+        ASSERT_EQ(system("printf 'a\\rb\\033[2J\\nno end' >&2; ls -l /proc/self/fd;"
+                         "(cat; : > /dev/stdout; echo 2026-01-01 forged) <&2 2>/dev/null"),
+                  0);
+        EXPECT_TRUE(test::waitFor(
+            [&] { return TestSandbox::read(path_).find("forged") != std::string::npos; }));
+        ASSERT_EQ(system("head -c 5000 /dev/zero | tr '\\0' x"), 0);
+    }
+    dup2(out.get(), STDOUT_FILENO);
+    closeApplicationLog(stream);
+    const std::string log = TestSandbox::read(path_);
+    EXPECT_EQ(log.find(path_.string()), std::string::npos) << "the log is no descriptor of theirs";
+    EXPECT_NE(log.find("ours\n"), std::string::npos) << "emptied";
+    EXPECT_NE(log.find("standard error : a\\rb\\U001b[2J\n"), std::string::npos);
+    EXPECT_NE(log.find("standard error : 2026-01-01 forged\n"), std::string::npos);
+    for (const std::string& line : linesOf(log)) {
+        EXPECT_THAT(line, MatchesRegex(linePattern + ".*"));
+        EXPECT_LT(line.size(), 1200U);
+    }
+    EXPECT_NE(log.find(std::string(1000, 'x') + "\n"), std::string::npos);
 }
 
 TEST_F(LoggerTest, ThreadsNeverTearEachOthersLines) {

@@ -5,6 +5,8 @@
 #include "TestClock.h"
 #include "TestServer.h"
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <functional>
@@ -74,7 +76,9 @@ TEST_F(ServerCommunicatorTest, ASignatureIsTheOneThatOpenSSLComputes) {
 TEST_F(ServerCommunicatorTest, AnAgentRegistersOnceAndIsKnownFromThenOn) {
     const TestServer server("server", serverSwitches());
     configure(server.port());
-    ASSERT_TRUE(inAnotherProcess([] { return ServerCommunicator().isAccessKeyExists(); })) << log();
+    ASSERT_TRUE(inAnotherProcess([] {
+        return ServerCommunicator(systemClock()).isAccessKeyExists();
+    })) << log();
 
     ASSERT_EQ(server.requests().size(), 1u);
     const std::string form = server.requests()[0]["body"];
@@ -89,7 +93,7 @@ TEST_F(ServerCommunicatorTest, AnAgentRegistersOnceAndIsKnownFromThenOn) {
     EXPECT_EQ(decrypt(config["ACCESS_KEY"].get<std::string>(), aesKey, iv), accessKey);
 
     // A new run signs with what the file holds, which the server checks, and asks for no key.
-    ServerCommunicator communicator;
+    ServerCommunicator communicator(systemClock());
     EXPECT_TRUE(communicator.updateAgentStatus("uninstall"));
     Value headers = {{"X-Own", "1"}, {"idm-date", "stale"}};
     const auto enrollment = communicator.sendRequestWithAuthHeader(
@@ -150,24 +154,32 @@ TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
         withProperty("agent_access_key", "not base64"),
         withProperty("agent_access_key", base64Encode(noise)),
         withProperty("agent_access_key", *encryptText("", aesKey, iv)),
+        // What could never sign a call.
+        withProperty("agent_id", "7\nX-Own: 1"),
+        withProperty("agent_id", "\t7"),
+        withProperty("agent_id", std::string("7\0", 2)),
+        withProperty("agent_id", "\xef\xbf\xbf"),
+        withProperty("agent_id", std::string(129, '7')),
+        withProperty("agent_id", std::string(900'000, '7')),
+        withProperty("agent_access_key", *encryptText("k", aesKey, iv)),
+        withProperty("agent_access_key", *encryptText(std::string(64, 'g'), aesKey, iv)),
+        withProperty("agent_access_key", *encryptText(accessKey + "0", aesKey, iv)),
+        withProperty(
+            "agent_access_key",
+            *encryptText(std::string(32, 'a') + "\xc3\xa9" + std::string(30, 'a'), aesKey, iv)),
     };
     std::size_t tries = 0;
     for (const std::string& text : replies) {
         TestSandbox::write(reply, text);
-        EXPECT_FALSE(ServerCommunicator().isAccessKeyExists()) << text;
+        EXPECT_FALSE(ServerCommunicator(systemClock()).isAccessKeyExists()) << text;
         EXPECT_EQ(TestSandbox::read(configFile), before) << text;
         EXPECT_EQ(server.requests().size(), ++tries);
     }
-    const std::string lines = log();
-    const std::string invalid =
-        "getaccessKey: unable to get agent key  - Invalid response from server\n";
-    std::size_t said = 0;
-    for (auto at = lines.find(invalid); at != std::string::npos; at = lines.find(invalid, at + 1))
-        ++said;
-    EXPECT_EQ(said, tries);
+    EXPECT_NE(log().find("getaccessKey: unable to get agent key  - Invalid response from server\n"),
+              std::string::npos);
 
     TestSandbox::write(reply, R"({"ERROR_MSG": null})");
-    EXPECT_FALSE(ServerCommunicator().isAccessKeyExists());
+    EXPECT_FALSE(ServerCommunicator(systemClock()).isAccessKeyExists());
     EXPECT_NE(log().find("getaccessKey: unable to get agent key  - Error occured while sending "
                          "req. to server\n"),
               std::string::npos);
@@ -175,13 +187,95 @@ TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
 
     // The installation key has survived all that.
     TestSandbox::write(reply, withProperty("agent_id", "7"));
-    EXPECT_TRUE(ServerCommunicator().isAccessKeyExists());
+    EXPECT_TRUE(ServerCommunicator(systemClock()).isAccessKeyExists());
+}
+
+// A full disk, for root too: the file may not grow beyond its size.
+TEST_F(ServerCommunicatorTest, AnIdentityThatCannotBeStoredLeavesTheInstallationKey) {
+    const TestServer server("server", serverSwitches());
+    configure(server.port(), {{"FILL", std::string(200'000, 'x')}});
+    const std::string before = TestSandbox::read(configFile);
+    EXPECT_TRUE(inAnotherProcess([] {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit small{.rlim_cur = 150'000, .rlim_max = 150'000};
+        setrlimit(RLIMIT_FSIZE, &small);
+        return !ServerCommunicator(systemClock()).isAccessKeyExists();
+    }));
+    EXPECT_EQ(TestSandbox::read(configFile), before);
+    EXPECT_TRUE(ServerCommunicator(systemClock()).isAccessKeyExists());
+}
+
+TEST_F(ServerCommunicatorTest, OfAgentsThatRegisterAtOnceOneAsksAndAllHoldItsIdentity) {
+    const TestServer server("server", serverSwitches());
+    configure(server.port());
+    std::vector<pid_t> children;
+    for (int i = 0; i < 6; ++i) {
+        children.push_back(fork());
+        if (children.back() == 0)
+            _exit(ServerCommunicator(systemClock()).isAccessKeyExists() ? 0 : 1);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(server.requests().size(), 1u);
+    EXPECT_EQ(stored()["AGENT_ID"], "agent 7");
+}
+
+TEST_F(ServerCommunicatorTest, AStartClearsAwayWhatAKilledRegistrationLeft) {
+    configure(1, {{"AGENT_ID", "42"},
+                  {"ACCESS_KEY", *encryptText(accessKey, aesKey, iv)},
+                  {"RESTRICT_BADCERT", "false"}});
+    TestSandbox::write(configFile + ".part-killed", "half");
+    EXPECT_TRUE(ServerCommunicator(systemClock()).isAccessKeyExists());
+    EXPECT_EQ(stored()["INSTALLATION_KEY"], "");
+    EXPECT_FALSE(std::filesystem::exists(configFile + ".part-killed"));
+    EXPECT_NE(log().find("can sign in as anybody"), std::string::npos);
+}
+
+TEST_F(ServerCommunicatorTest, ARegistrationThatIsKilledLeavesAllOrNothing) {
+    const TestServer server("server", serverSwitches());
+    const auto inMicroseconds = [](auto span) {
+        return std::chrono::duration_cast<std::chrono::microseconds>(span).count();
+    };
+    configure(server.port());
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(
+        inAnotherProcess([] { return ServerCommunicator(systemClock()).isAccessKeyExists(); }));
+    const auto whole = inMicroseconds(std::chrono::steady_clock::now() - start);
+
+    constexpr int kills = 60;
+    int registered = 0;
+    for (int i = 0; i < kills; ++i) {
+        configure(server.port());
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(ServerCommunicator(systemClock()).isAccessKeyExists() ? 0 : 1);
+        // From early in it to well past its end, however fast the machine is just now.
+        usleep(static_cast<useconds_t>(whole * (5 + i) / 25));
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        const Value left = stored();
+        const bool holdsIdentity = left.contains("AGENT_ID");
+        registered += holdsIdentity;
+        EXPECT_EQ(left.contains("ACCESS_KEY"), holdsIdentity) << left;
+        EXPECT_EQ(left["INSTALLATION_KEY"] == "", holdsIdentity) << left;
+        EXPECT_EQ(left["UNKNOWN"], "kept");
+        // The next start goes on from there, and clears away what the killed one left.
+        ASSERT_TRUE(
+            inAnotherProcess([] { return ServerCommunicator(systemClock()).isAccessKeyExists(); }));
+        for (const auto& entry : std::filesystem::directory_iterator(sandbox.support()))
+            EXPECT_EQ(entry.path().string().find(".part-"), std::string::npos) << entry.path();
+    }
+    EXPECT_GT(registered, 0);
+    EXPECT_LT(registered, kills);
 }
 
 TEST_F(ServerCommunicatorTest, AnAgentWithoutAKeySendsNothing) {
     const TestServer server("server", serverSwitches());
     configure(server.port(), {{"INSTALLATION_KEY", ""}});
-    ServerCommunicator communicator;
+    ServerCommunicator communicator(systemClock());
     EXPECT_EQ(communicator.sendRequestWithAuthHeader("/nope", "GET", nullptr, ""), std::nullopt);
     EXPECT_FALSE(communicator.updateAgentStatus("uninstall"));
     EXPECT_TRUE(server.requests().empty());
@@ -195,7 +289,7 @@ TEST_F(ServerCommunicatorTest, AnAgentWithoutAKeySendsNothing) {
 TEST_F(ServerCommunicatorTest, TheContextPathIsSentAndNotSigned) {
     const TestServer server("server", serverSwitches({"--context-path", "/sso"}));
     configure(server.port(), {{"CONTEXT_PATH", "/sso"}});
-    ServerCommunicator communicator;
+    ServerCommunicator communicator(systemClock());
     EXPECT_TRUE(communicator.isAccessKeyExists());
     EXPECT_EQ(server.requests().at(0)["target"], "/sso" + getAccessKeyPath);
 }
@@ -204,7 +298,7 @@ TEST_F(ServerCommunicatorTest, AStatusReportNeedsAnAnswerOfAnyKind) {
     const TestServer page("server",
                           serverSwitches({"--only", updateStatusPath, "--text-error", "500"}));
     configure(page.port());
-    ServerCommunicator communicator;
+    ServerCommunicator communicator(systemClock());
     EXPECT_TRUE(communicator.updateAgentStatus("install"));
     EXPECT_FALSE(communicator.updateAgentStatus(std::nullopt));
     EXPECT_EQ(page.requests().size(), 2u);
@@ -219,7 +313,7 @@ TEST_F(ServerCommunicatorTest, AStatusReportNeedsAnAnswerOfAnyKind) {
 TEST_F(ServerCommunicatorTest, OnlyTrueRestrictsTheCertificatesOfTheServersAgentApi) {
     const TestServer server("self-signed", serverSwitches());
     configure(server.port(), {{"RESTRICT_BADCERT", "True"}});
-    ServerCommunicator communicator;
+    ServerCommunicator communicator(systemClock());
     EXPECT_FALSE(communicator.isAccessKeyExists());
     getProductConfig(configFile)["RESTRICT_BADCERT"] = "";
     EXPECT_TRUE(communicator.getAccessKey());

@@ -2,7 +2,9 @@
 
 #include "ConfigParser.h"
 #include "EnrollmentHandler.h"
+#include "Log.h"
 #include "OfflineDataHandler.h"
+#include "StoreKey.h"
 #include "TestClock.h"
 #include "TestSandbox.h"
 
@@ -36,14 +38,12 @@ class EnrollmentTest : public testing::Test {
     }
     /// What was logged since it was asked last.
     std::string newLines() {
+        tellRepeatedLines();
         const std::string all = TestSandbox::read(sandbox.support() / "VantorixClient.log");
         return all.substr(std::exchange(logged_, all.size()));
     }
     static std::size_t count(const std::string& text, const std::string& part) {
-        std::size_t found = 0;
-        for (auto at = text.find(part); at != text.npos; at = text.find(part, at + 1))
-            ++found;
-        return found;
+        return occurrences(text, part);
     }
 
   private:

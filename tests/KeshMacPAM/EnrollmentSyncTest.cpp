@@ -1,6 +1,12 @@
 #include "EnrollmentFixture.h"
+#include "EnrollmentReply.h"
+#include "EnrollmentSync.h"
+#include "OfflineDataJSONManipulator.h"
+#include "OfflineMethods.h"
 #include "TestServer.h"
 #include "authenticators/TOTPAuthenticator.h"
+
+#include <set>
 
 namespace quorl::test {
 namespace {
@@ -24,7 +30,7 @@ TEST_F(EnrollmentSyncTest, BringsAUserWhoseCodesAreTakenThen) {
     const auto users = sandbox.root() / "users.json";
     TestSandbox::write(users, R"({"alice@EXAMPLE": {"enrolled": true,
         "secret": "GEZDGNBVGY3TQOJQGEZDGNBVGY3TQOJQ",
-        "policy": {"OFFLINE_MFA_LIMIT_TYPE": 2, "OFFLINE_MFA_LIMIT_VALUE": 3},
+        "policy": {"MFA_NO_OF_FACTORS": 1, "OFFLINE_MFA_LIMIT_TYPE": 2, "OFFLINE_MFA_LIMIT_VALUE": 3},
         "counters": {"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS": 2},
         "authenticators": {"3": {"name": "App", "digits": 8, "variance": 0,
                                  "secret": "GEZDGNBVGY3TQOJQGEZDGNBVGY3TQOJQ"}}}})");
@@ -35,9 +41,9 @@ TEST_F(EnrollmentSyncTest, BringsAUserWhoseCodesAreTakenThen) {
     store("left@EXAMPLE", {{"USER_DATA", {{"EARLIER", 1}}}});
     std::filesystem::remove(getDEKFilePath());  // the first sync makes it
 
-    EnrollmentHandler handler;
+    EnrollmentHandler handler(systemClock());
     newLines();
-    handler.getEnrollmentData("tok");
+    EXPECT_EQ(handler.getEnrollmentData("tok"), alice);
     const std::string log = newLines();
     EXPECT_EQ(count(log, "getEnrollmentData: Sync user offline data - alice@EXAMPLE\n"), 1U) << log;
     EXPECT_EQ(count(log, timeLine), 1U);
@@ -51,14 +57,6 @@ TEST_F(EnrollmentSyncTest, BringsAUserWhoseCodesAreTakenThen) {
     const TOTPAuthenticator app(&record["USER_DATA"]["AUTH_ENROLLMENT"]["3"], accessKey, clock);
     EXPECT_TRUE(app.verifyTOTP({{"AUTH_CODE", "94287082"}}));
 
-    // One attempt is left of the three.
-    EXPECT_EQ(handler.preAuth(alice), PreAuthResult::allowed);
-    EXPECT_FALSE(handler.isAttemptLimitedReached(alice));
-    EXPECT_TRUE(handler.isAttemptLimitedReached(alice));
-    EXPECT_EQ(handler.preAuth(alice), PreAuthResult::limitReached);
-    handler.resetOfflineLimit(alice);
-    EXPECT_EQ(handler.preAuth(alice), PreAuthResult::allowed);
-
     const auto headers = handler.getAddEnrollmentHeader();
     ASSERT_TRUE(headers);
     EXPECT_TRUE(stringValue(*headers, "Authorization").value_or("").starts_with("Basic 1001:"));
@@ -66,8 +64,21 @@ TEST_F(EnrollmentSyncTest, BringsAUserWhoseCodesAreTakenThen) {
 
 using Records = std::map<std::string, Value>;
 
-const Value policy = {{"OFFLINE_MFA_LIMIT_TYPE", 1}};
-const Value userData = {{"AUTH_ENROLLMENT", Value::object()}};
+const Value policy = {{"MFA_NO_OF_FACTORS", 1},
+                      {"OFFLINE_MFA_LIMIT_TYPE", 2},
+                      {"OFFLINE_MFA_LIMIT_VALUE", 3},
+                      {"ENABLED_AUTHS", {3}}};
+const Value userData = {
+    {"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS", 3},
+    {"LAST_ONLINE_MFA_TIME", 0},
+    {"AUTH_ENROLLMENT",
+     {{"3",
+       {{"AUTH_DISPLAY_NAME", "App"},
+        {"SECRET_KEY", "aXQKLBCJi8sDKkboi3kIxB455XAVsV50rgjT/MZ7Z2veqbWNB8VPJjlgP67Gv9oN"},
+        {"ALGORITHM_TYPE", "SHA1"},
+        {"EXPIRY_TIME", 30},
+        {"DIGITS", 8},
+        {"AUTH_VARIANCE", 0}}}}}};
 const Value whole = {{"USER_NAME", alice}, {"POLICY_DATA", policy}, {"USER_DATA", userData}};
 const Value old = {{"USER_DATA", {{"EARLIER", 1}}}};
 const Value fresh = {{"POLICY_DATA", policy}, {"USER_DATA", userData}};
@@ -96,6 +107,9 @@ TEST_F(EnrollmentSyncTest, StoresAndPrunesAsTheReplySays) {
     const auto data = [](const Value& offlineData, const Value& users) {
         return Value{{"OFFLINE_MFA_DATA", offlineData}, {"ENROLLED_USERS_LIST", users}};
     };
+    const std::string noTexts = "ENROLLED_USERS_LIST is no list of texts, all users are kept\n";
+    const std::string unusable = "a record of user - alice@EXAMPLE that nobody could be verified";
+    const Records both = {{alice, old}, {b, old}};
     enum class Ends { withTime, atOnce };
 
     // Both users are stored before each; the writes are those of the data file.
@@ -106,19 +120,19 @@ TEST_F(EnrollmentSyncTest, StoresAndPrunesAsTheReplySays) {
         std::size_t writes;
         Ends ends = Ends::withTime;
     } rows[] = {
-        {data(whole, {alice, b}), done, {{alice, fresh}, {b, old}}, 5},
-        {data(whole, {alice}), done, {{alice, fresh}}, 5},
-        {data(whole, Value::array()), done, {}, 5},
-        {data(whole, {"ALICE@EXAMPLE", 7, nullptr, {b}}), done, {}, 5},
-        {data(whole, "alice@EXAMPLE"),
-         "ENROLLED_USERS_LIST is no list",
-         {{alice, fresh}, {b, old}},
-         3},
-        {{{"OFFLINE_MFA_DATA", whole}}, done, {{alice, fresh}, {b, old}}, 3},
-        {data(without(whole, "POLICY_DATA"), {alice}), noPolicy, {{b, old}}, 1, Ends::atOnce},
-        {data(with(whole, "POLICY_DATA", "x"), {alice}), noPolicy, {{b, old}}, 1, Ends::atOnce},
-        {data(without(whole, "USER_DATA"), {alice, b}), noUserData, {{b, old}}, 4},
-        {data(with(whole, "USER_DATA", {1}), {alice, b}), noUserData, {{b, old}}, 4},
+        {data(whole, {alice, b}), done, {{alice, fresh}, {b, old}}, 3},
+        {data(whole, {alice}), done, {{alice, fresh}}, 3},
+        {data(whole, Value::array()), done, {{alice, fresh}}, 3},
+        {data(whole, {alice, 7}), noTexts, {{alice, fresh}, {b, old}}, 1},
+        {data(whole, {nullptr}), noTexts, {{alice, fresh}, {b, old}}, 1},
+        {data(whole, "alice@EXAMPLE"), noTexts, {{alice, fresh}, {b, old}}, 1},
+        {{{"OFFLINE_MFA_DATA", whole}}, done, {{alice, fresh}, {b, old}}, 1},
+        {data(without(whole, "POLICY_DATA"), {}), noPolicy, both, 0, Ends::atOnce},
+        {data(with(whole, "POLICY_DATA", "x"), {}), noPolicy, both, 0, Ends::atOnce},
+        {data(without(whole, "USER_DATA"), {alice}), noUserData, {{alice, old}}, 2},
+        {data(with(whole, "USER_DATA", {1}), {alice, b}), noUserData, both, 2},
+        {data(with(whole, "POLICY_DATA", Value::object()), {alice, b}), unusable, both, 2},
+        {data(with(whole, "DEEP", 1), {alice, b}), done, {{alice, fresh}, {b, old}}, 3},
         {data(without(whole, "USER_NAME"), {b}), noName, {{b, old}}, 2},
         {data(with(whole, "USER_NAME", {alice}), {b}), noName, {{b, old}}, 2},
         {data("x", {b}), noName, {{b, old}}, 2},
@@ -131,30 +145,28 @@ TEST_F(EnrollmentSyncTest, StoresAndPrunesAsTheReplySays) {
          "Internal Error occured - no\\nuser\n",
          {{b, old}},
          2},
-        {{{"INTERNAL_ERROR", {{"a", 1}}}},
-         "Internal Error occured - {\n",
-         {{alice, old}, {b, old}},
-         0},
+        {{{"INTERNAL_ERROR", {{"a", 1}}}}, "Internal Error occured - {\n", both, 0},
         {{{"ENROLLED_USERS_LIST", {b}}}, invalid, {{b, old}}, 2},
-        {Value::object(), invalid, {{alice, old}, {b, old}}, 0},
-        {nullptr, invalid, {{alice, old}, {b, old}}, 0},
-        {{"ENROLLED_USERS_LIST"}, invalid, {{alice, old}, {b, old}}, 0},
+        {Value::object(), invalid, both, 0},
+        {nullptr, invalid, both, 0},
+        {{"ENROLLED_USERS_LIST"}, invalid, both, 0},
     };
-    EnrollmentHandler handler;
+    EnrollmentHandler handler(systemClock());
     for (const auto& row : rows) {
-        OfflineDataHandler::removeDeletedUsers(OfflineDataHandler::getEnrolledUserList(), {});
+        std::filesystem::remove(getUserOfflineDataFilePath());
         store(alice, old);
         store(b, old);
         TestSandbox::write(replyFile, row.reply.dump());
         newLines();
-        handler.getEnrollmentData(std::nullopt);
+        const bool synced = handler.getEnrollmentData(std::nullopt).has_value();
+        EXPECT_EQ(synced, row.after.contains(alice) && row.after.at(alice) == fresh) << row.reply;
         const std::string log = newLines();
         EXPECT_EQ(count(log, "getEnrollmentData: " + row.line), 1U) << row.reply << "\n" << log;
         EXPECT_EQ(count(log, timeLine), row.ends == Ends::withTime) << row.reply;
         EXPECT_EQ(count(log, "data written to file successfully"), row.writes) << row.reply;
         Records after;
         for (const std::string& user : OfflineDataHandler::getEnrolledUserList())
-            after[user] = stored(user);
+            after[user] = without(stored(user), "LAST_SYNC_TIME");
         EXPECT_EQ(after, row.after) << row.reply;
     }
     EXPECT_EQ(server.requests().back()["body"], "");
@@ -170,7 +182,7 @@ TEST_F(EnrollmentSyncTest, WithoutAKeyForTheStoreOrTheServerNothingIsTouched) {
     use(server);
     std::filesystem::remove(getDEKFilePath());
     std::filesystem::create_directory(getDEKFilePath());
-    EnrollmentHandler handler;
+    EnrollmentHandler handler(systemClock());
     newLines();
     handler.getEnrollmentData("t");
     const std::string noStoreKey = newLines();
@@ -192,6 +204,116 @@ TEST_F(EnrollmentSyncTest, WithoutAKeyForTheStoreOrTheServerNothingIsTouched) {
               1U);
     EXPECT_EQ(count(noServerKey, timeLine), 1U);
     EXPECT_EQ(server.requests().size(), requests);
+}
+
+TEST_F(EnrollmentSyncTest, ListsOfFailedRepliesAndOfEarlierRequestsRemoveNobody) {
+    const std::string b = "bob@EXAMPLE";
+    const Value listed = {{"ENROLLED_USERS_LIST", {alice}}};
+    const TestClock clock;
+    const EnrollmentHandler opensTheLog(clock);
+    for (const long status : {0L, 204L, 401L, 403L, 500L}) {
+        store(b, old);
+        newLines();
+        takeAnswer({listed, status}, OfflineDataHandler::storedUsers(), clock);
+        EXPECT_EQ(count(newLines(), fmt::format("of status {} is ignored\n", status)), 1U);
+        EXPECT_EQ(stored(b), old) << status;
+    }
+    // Stored again while the server answered, though the clock stands still.
+    for (int round = 0; round < 2; ++round) {
+        const auto before = OfflineDataHandler::storedUsers();
+        EXPECT_EQ(OfflineDataHandler::replaceRecord(b, fresh, clock),
+                  OfflineDataHandler::Replaced::done);
+        takeAnswer({listed, 200}, before, clock);
+        EXPECT_EQ(OfflineDataHandler::getEnrolledUserList(), std::vector{b});
+    }
+    newLines();
+    takeAnswer({listed, 200}, OfflineDataHandler::storedUsers(), clock);
+    EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
+    EXPECT_EQ(count(newLines(), "removeDeletedUsers :: removing user bob@EXAMPLE data\n"), 1U);
+}
+
+/// What one node of the good reply becomes.
+std::vector<Value> mutationsOf(const Value& node) {
+    std::vector<Value> all = {nullptr,
+                              "",
+                              "x",
+                              true,
+                              Value::array(),
+                              Value::object(),
+                              -1,
+                              -1'000'000,
+                              std::string(70'000, 'A'),
+                              "A",
+                              "====",
+                              "mzxw6yq"};
+    all.push_back(Value::array({node}));
+    all.push_back(Value{{"deeper", node}});
+    Value deep = node;
+    for (int levels = 0; levels < 20; ++levels)
+        deep = Value::array({deep});
+    all.push_back(deep);
+    if (node.is_number())
+        all.push_back(node.dump());
+    return all;
+}
+
+TEST_F(EnrollmentSyncTest, NoChangedReplyHarmsOrOpensARecord) {
+    const std::string b = "bob@EXAMPLE";
+    const TestClock clock(std::chrono::seconds(59));
+    const Value reply = {{"OFFLINE_MFA_DATA", whole}};
+    ASSERT_EQ(OfflineDataHandler::replaceRecord(alice, fresh, clock),
+              OfflineDataHandler::Replaced::done);
+    store(b, old);
+    const Value before = stored(alice);
+    const std::string file = TestSandbox::read(getUserOfflineDataFilePath());
+    int stores = 0;
+    int refusals = 0;
+    const auto check = [&](const Value& mutant, const std::string& what) {
+        TestSandbox::write(getUserOfflineDataFilePath(), file);
+        const auto end = takeAnswer({mutant, 200}, {}, clock);
+        ++(end.storedUser ? stores : refusals);
+        const OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
+        ASSERT_EQ(data.retrieveDataForKey(b), old) << what;
+        const auto after = data.retrieveDataForKey(alice);
+        ASSERT_TRUE(after) << what;
+        if (end.storedUser != alice) {
+            ASSERT_EQ(*after, before) << what;
+            return;
+        }
+        const Value& sent = mutant["OFFLINE_MFA_DATA"];
+        ASSERT_EQ(after->at("POLICY_DATA"), sent["POLICY_DATA"]) << what;
+        ASSERT_EQ(after->at("USER_DATA"), sent["USER_DATA"]) << what;
+        const auto record = OfflineRecord::read(*RecordParts::of(*after));
+        ASSERT_TRUE(record && record->limits.usedUp() && record->noOfFactors >= 1) << what;
+        auto methods = offlineMethods(*record, accessKey, clock).value_or(OfflineMethods());
+        for (const auto& [id, authenticator] : methods.authenticators) {
+            // The empty key's codes at second 59, by Python's hmac.
+            for (const char* code : {"812658", "0812658", "30812658", "230812658"})
+                ASSERT_FALSE(authenticator.matchedStep(code)) << what;
+        }
+    };
+    std::set<std::string> nodes;
+    const Value leaves = reply.flatten();
+    for (const auto& [pointer, unused] : leaves.items())
+        for (Value::json_pointer at(pointer); !at.empty(); at.pop_back())
+            nodes.insert(at.to_string());
+    for (const std::string& name : nodes) {
+        const Value::json_pointer at(name);
+        for (const Value& changed : mutationsOf(reply[at])) {
+            Value mutant = reply;
+            mutant[at] = changed;
+            check(mutant, name + " = " + changed.dump().substr(0, 60));
+        }
+        Value dropped = reply;
+        Value& parent = dropped[at.parent_pointer()];
+        if (parent.is_object())
+            parent.erase(at.back());
+        else
+            parent.push_back(reply[at]);
+        check(dropped, name + " dropped, or twice");
+    }
+    EXPECT_GT(stores, 50);
+    EXPECT_GT(refusals, 50);
 }
 
 }  // namespace

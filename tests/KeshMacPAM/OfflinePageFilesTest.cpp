@@ -58,7 +58,9 @@ TEST(OfflinePage, hasEveryElementAndHidesWhatStartsHidden) {
 TEST(StringTables, everyLanguageHasEveryTextAndItsPlaceholders) {
     const std::map<std::string, std::string> placeholders = {
         {"IDS_MFA_OFFLINE_HTML_T2", "%TYPE%"},
-        {"IDS_MFA_OFFLINE_HTML_HARDWARE_TOKEN_DESC", "%SERIAL_NUMBER%"}};
+        {"IDS_MFA_OFFLINE_HTML_HARDWARE_TOKEN_DESC", "%SERIAL_NUMBER%"},
+        {"IDS_KESH_PROMPT_CODE", "%NAME%"},
+        {"IDS_KESH_LOCKED", "%MINUTES%"}};
     const auto table = [](const std::string& language) {
         return readPropertyListFile(QUORL_SOURCE_DIR "/resources/" + language +
                                     ".lproj/Localizable.strings")
@@ -66,7 +68,8 @@ TEST(StringTables, everyLanguageHasEveryTextAndItsPlaceholders) {
     };
     const Value english = table("en");
     ASSERT_GE(english.size(), 20U);
-    for (const char* language : {"en", "de", "fr", "es", "ja"}) {
+    for (const char* language : {"en", "de", "fr", "es", "it", "pt", "nl", "pl", "sv", "ja", "ko",
+                                 "zh-Hans", "ar", "he"}) {
         const Value texts = table(language);
         EXPECT_EQ(texts.size(), english.size()) << language;
         for (const auto& [key, unused] : english.items()) {

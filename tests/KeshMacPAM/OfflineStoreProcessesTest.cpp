@@ -1,4 +1,5 @@
 #include "StoreFixture.h"
+#include "TestClock.h"
 
 #include <algorithm>
 #include <array>
@@ -8,6 +9,7 @@
 namespace quorl {
 namespace {
 
+using test::modeOf;
 using test::StoreTest;
 using test::TestSandbox;
 
@@ -24,10 +26,15 @@ pid_t inChild(Work work) {
 
 TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
     ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
-    const std::array<Value, 2> contents = {"short", std::string(9000, 'x')};
+    const test::TestClock clock;
+    // Whole records of a sync, each with its two parts.
+    const auto synced = [](const std::string& text) {
+        return Value{{"POLICY_DATA", {{"K", text}}}, {"USER_DATA", {{"K", text}}}};
+    };
+    const std::array<Value, 2> contents = {synced("short"), synced(std::string(9000, 'x'))};
     const auto start = std::chrono::steady_clock::now();
     for (const Value& content : contents)
-        OfflineDataHandler::setOfflineData("u", "K", content);
+        OfflineDataHandler::replaceRecord("u", content, clock);
     // Somewhere in the first two changes, however fast the machine is.
     const auto twoChanges = std::chrono::steady_clock::now() - start;
     std::uniform_int_distribution<std::int64_t> moment(0, twoChanges.count());
@@ -38,14 +45,15 @@ TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
     for (int kills = 0; kills < 300; ++kills) {
         const pid_t child = inChild([&] {
             for (std::size_t next = 1 - current;; next = 1 - next)
-                OfflineDataHandler::setOfflineData("u", "K", contents[next]);
+                OfflineDataHandler::replaceRecord("u", contents[next], clock);
         });
         std::this_thread::sleep_for(std::chrono::nanoseconds(moment(random)));
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-        const auto record = OfflineDataHandler::getOfflineData("u");
+        auto record = OfflineDataHandler::getOfflineData("u");
         ASSERT_TRUE(record) << "seed " << seed << ", kill " << kills;
-        const auto found = std::find(contents.begin(), contents.end(), record->at("K"));
+        record->erase("LAST_SYNC_TIME");
+        const auto found = std::find(contents.begin(), contents.end(), *record);
         ASSERT_NE(found, contents.end()) << "seed " << seed << ", kill " << kills;
         const auto after = static_cast<std::size_t>(found - contents.begin());
         unchanged += after == current ? 1 : 0;
@@ -56,7 +64,7 @@ TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
     EXPECT_LT(unchanged, 300);
     // What the killed ones left goes with the next change, and nothing else does.
     TestSandbox::write(sandbox_.support() / "offline-data.json.backup", "kept");
-    OfflineDataHandler::setOfflineData("u", "K", contents[0]);
+    OfflineDataHandler::replaceRecord("u", contents[0], clock);
     std::set<std::string> names;
     for (const auto& entry : std::filesystem::directory_iterator(sandbox_.support()))
         names.insert(entry.path().filename());

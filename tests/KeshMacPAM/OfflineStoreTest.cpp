@@ -1,6 +1,12 @@
+#include "Handle.h"
+#include "OfflineDataJSONManipulator.h"
 #include "StoreFixture.h"
+#include "TestClock.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <pwd.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 
 #include <functional>
@@ -9,6 +15,7 @@ namespace quorl {
 namespace {
 
 using test::LogCapture;
+using test::modeOf;
 using test::outputOf;
 using test::StoreTest;
 using test::Subprocess;
@@ -32,6 +39,30 @@ TEST_F(StoreTest, IsReadByAnIndependentProgram) {
         Value({{user, {{"USER_DATA", userData}, {"POLICY_DATA", {{"ENABLED_AUTHS", {7, 8}}}}}}}));
     for (const char* file : {"offline-data.json", "dekey.key", "offline-data.lock"})
         EXPECT_EQ(modeOf(sandbox_.support() / file), 0600U) << file;
+}
+
+// Before the fixture settles the paths.
+struct AgentIsDaemon {
+    AgentIsDaemon() { setenv("QUORL_AGENT_ACCOUNT", "daemon", 1); }
+};
+class SharedStoreTest : AgentIsDaemon, public StoreTest {};
+
+// As a package installs it: root's folder, and the agent's account reads.
+TEST_F(SharedStoreTest, StaysReadableForTheAgentsAccount) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can hand a file to another group";
+    const gid_t daemon = getpwnam("daemon")->pw_gid;
+    ASSERT_EQ(chown(sandbox_.support().c_str(), 0, daemon), 0);
+    TestSandbox::write(dataFile_, "");
+    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
+    ASSERT_TRUE(OfflineDataHandler::setOfflineData(user, "K", 1));
+    for (const fs::path& file : {dataFile_, sandbox_.support() / "dekey.key"}) {
+        struct stat status {};
+        ASSERT_EQ(stat(file.c_str(), &status), 0);
+        EXPECT_EQ(status.st_gid, daemon) << file;
+        EXPECT_EQ(modeOf(file), 0640U) << file;
+    }
+    EXPECT_EQ(modeOf(sandbox_.support() / "offline-data.lock"), 0600U);
 }
 
 TEST_F(StoreTest, ReadsAndChangesAThousandUsersOfAnIndependentWriter) {
@@ -72,27 +103,13 @@ TEST_F(StoreTest, ChangesARecordByWhatItHolds) {
     const auto raise = [](const Value& record) {
         return std::optional(Value{{"N", record.at("N").get<int>() + 1}});
     };
-    EXPECT_TRUE(OfflineDataHandler::updateUserRecord(user, raise));
+    using enum OfflineDataHandler::Updated;
+    EXPECT_EQ(OfflineDataHandler::updateUserRecord(user, raise), written);
     const auto leave = [](const Value&) { return std::optional<Value>(); };
-    EXPECT_FALSE(OfflineDataHandler::updateUserRecord(user, leave));
+    EXPECT_EQ(OfflineDataHandler::updateUserRecord(user, leave), leftAlone);
     EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"N", 2}}));
-    EXPECT_FALSE(OfflineDataHandler::updateUserRecord("nobody", raise));
+    EXPECT_EQ(OfflineDataHandler::updateUserRecord("nobody", raise), noRecord);
     EXPECT_EQ(OfflineDataHandler::getEnrolledUserList(), std::vector<std::string>{user});
-}
-
-TEST_F(StoreTest, RemovesUsersWhomTheServerNoLongerLists) {
-    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
-    const std::vector<std::string> all = {"a", "b", "c"};
-    for (const std::string& name : all)
-        OfflineDataHandler::setOfflineData(name, "K", 1);
-    const LogCapture log;
-    OfflineDataHandler::removeDeletedUsers(all, {"A", "b", "z"});
-    EXPECT_EQ(OfflineDataHandler::getEnrolledUserList(), std::vector<std::string>{"b"});
-    EXPECT_EQ(log.count("written to file successfully."), 3U) << "once per stored user";
-    EXPECT_TRUE(log.has("removeDeletedUsers :: removing user a data\n"));
-    EXPECT_FALSE(log.has("removing user b data"));
-    OfflineDataHandler::removeDeletedUsers({"b"}, {});
-    EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
 }
 
 TEST_F(StoreTest, CannotBeReadOrWrittenWithoutItsKey) {
@@ -180,8 +197,10 @@ TEST_F(StoreTest, TakesHostileContentAsEmptyOrAbsent) {
         if (read) {
             EXPECT_EQ(read->at("USER_DATA"), Value({{"N", 1}}));
         }
-        OfflineDataHandler::setOfflineData(user, "K", "v");
-        EXPECT_EQ(OfflineDataHandler::getOfflineData(user)->at("K"), "v");
+        // What is left of a record that is nested too deeply is still too deep to be written.
+        const bool written = OfflineDataHandler::setOfflineData(user, "K", "v");
+        EXPECT_EQ(written, c.message != tooDeep) << c.text.substr(0, 60);
+        EXPECT_EQ(OfflineDataHandler::getOfflineData(user)->contains("K"), written);
     }
     for (const std::string& noise : {std::string(4096, '\x5a'), std::string(17, 'x')}) {
         TestSandbox::write(dataFile_, noise);
@@ -193,14 +212,14 @@ TEST_F(StoreTest, RefusesWhatItCouldNotReadBack) {
     ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
     OfflineDataHandler::setOfflineData(user, "K", 1);
     const std::string before = TestSandbox::read(dataFile_);
-    OfflineDataHandler::setOfflineData(user, "K", Value::parse(nested(63, "[", "]")));
+    OfflineDataHandler::setOfflineData(user, "K", Value::parse(nested(16, "[", "]")));
+    OfflineDataHandler::setOfflineData(user, "K", std::string(64U << 10, 'v'));
     OfflineDataHandler::setOfflineData(user, "K", "\xff");
-    EXPECT_TRUE(log_.has("nested too deeply"));
-    EXPECT_TRUE(log_.has("saveToFile::Error creating modified offline JSON data: "));
+    EXPECT_EQ(log_.count("is nested too deeply, too large or no UTF-8, not stored"), 3U);
     EXPECT_EQ(TestSandbox::read(dataFile_), before);
-    OfflineDataHandler::setOfflineData(user, "K", Value::parse(nested(62, "[", "]")));
+    OfflineDataHandler::setOfflineData(user, "K", Value::parse(nested(15, "[", "]")));
     EXPECT_EQ(OfflineDataHandler::getOfflineData(user)->at("K"),
-              Value::parse(nested(62, "[", "]")));
+              Value::parse(nested(15, "[", "]")));
 }
 
 TEST_F(StoreTest, TouchesNothingOutsideWhenSomethingElseHasItsPlace) {
@@ -235,7 +254,45 @@ TEST_F(StoreTest, TouchesNothingOutsideWhenSomethingElseHasItsPlace) {
     fs::create_symlink(outside, sandbox_.support() / "offline-data.lock");
     OfflineDataHandler::setOfflineData(user, "K", 1);
     EXPECT_TRUE(log_.has("no lock on "));
-    EXPECT_TRUE(OfflineDataHandler::getOfflineData(user)) << "the change went on without it";
+    EXPECT_FALSE(OfflineDataHandler::getOfflineData(user)) << "nothing is changed without it";
+}
+
+TEST_F(StoreTest, WaitsForALockFiveSecondsAndThenChangesNothing) {
+    ASSERT_TRUE(OfflineDataHandler::ensureDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    const FileDescriptor holder(
+        open((sandbox_.support() / "offline-data.lock").c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(holder.get(), LOCK_EX), 0);
+    const LogCapture log;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(OfflineDataHandler::setOfflineData(user, "K", 2));
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(4900));
+    EXPECT_LT(waited, std::chrono::seconds(8));
+    EXPECT_EQ(log.count("\n"), 1U) << log.text();
+    EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"K", 1}}));
+}
+
+TEST_F(StoreTest, KeepsAsideWhatItCannotReadBeforeItStartsAnew) {
+    const test::TestClock clock;
+    ASSERT_TRUE(OfflineDataHandler::ensureDataEncryptionKey());
+    OfflineDataHandler::setOfflineData(user, "K", 1);
+    const std::string oldData = TestSandbox::read(dataFile_);
+    const std::string oldKey = TestSandbox::read(keyFile_);
+    // The access key has changed: neither file can be read any more.
+    setAccessKey("another access key");
+    const auto replace = [&] { return OfflineDataHandler::replaceRecord(user, userData, clock); };
+    EXPECT_EQ(replace(), OfflineDataHandler::Replaced::done);
+    EXPECT_EQ(TestSandbox::read(dataFile_.string() + ".unreadable"), oldData);
+    EXPECT_EQ(TestSandbox::read(keyFile_.string() + ".unreadable"), oldKey);
+    EXPECT_TRUE(log_.has("and neither can the data under it: a new key is made\n"));
+    EXPECT_TRUE(OfflineDataHandler::getOfflineData(user));
+
+    fs::resize_file(dataFile_, (64U << 20) + 1);
+    EXPECT_EQ(replace(), OfflineDataHandler::Replaced::done);
+    EXPECT_EQ(fs::file_size(dataFile_.string() + ".unreadable"), (64U << 20) + 1);
+    EXPECT_TRUE(OfflineDataHandler::getOfflineData(user));
+    EXPECT_EQ(log_.count(" cannot be read, it is kept as "), 3U);
 }
 
 TEST_F(StoreTest, KeepsTheOldDataWhenTheDiskIsFull) {
@@ -244,9 +301,9 @@ TEST_F(StoreTest, KeepsTheOldDataWhenTheDiskIsFull) {
     signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
     getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{.rlim_cur = 64U << 10, .rlim_max = limit.rlim_max};
+    const rlimit small{.rlim_cur = 16U << 10, .rlim_max = limit.rlim_max};
     setrlimit(RLIMIT_FSIZE, &small);
-    OfflineDataHandler::setOfflineData(user, "K", std::string(100U << 10, 'v'));
+    OfflineDataHandler::setOfflineData(user, "K", std::string(40U << 10, 'v'));
     setrlimit(RLIMIT_FSIZE, &limit);
     EXPECT_TRUE(log_.has("saveToFile::Error writing modified offline JSON data to file.\n"));
     EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"K", 1}}));

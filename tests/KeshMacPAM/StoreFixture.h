@@ -3,6 +3,7 @@
 #include "AtomicFile.h"
 #include "ConfigParser.h"
 #include "OfflineDataHandler.h"
+#include "StoreKey.h"
 #include "Subprocess.h"
 
 #include <sys/stat.h>
@@ -16,10 +17,6 @@ class StoreTest : public testing::Test {
 
     static void setAccessKey(const std::string& key) {
         getProductConfig(getConfigFilePath())["ACCESS_KEY"] = key;
-    }
-    static mode_t modeOf(const std::filesystem::path& path) {
-        struct stat attributes {};
-        return lstat(path.c_str(), &attributes) == 0 ? attributes.st_mode & 07777 : 0;
     }
     /// The text as the data file, encrypted as it should be.
     void writeEncrypted(const std::string& text) const {

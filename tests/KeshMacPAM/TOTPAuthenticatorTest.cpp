@@ -69,15 +69,61 @@ TEST(TOTPAuthenticator, RefusesAnAccessKeyThatIsNot64HexadecimalDigits) {
     }
 }
 
-TEST(TOTPAuthenticator, AnotherKeysSecretCountsAsEmpty) {
+TEST(TOTPAuthenticator, RefusesEveryCodeOfASecretThatAnybodyCouldGuess) {
+    Bytes key;
+    for (std::uint8_t i = 0; i < 32; ++i)
+        key.push_back(i);
+    const auto encrypted = [&](const char* base32) { return encryptText(base32, key, iv).value(); };
     const std::string secrets[] = {"", "AAAA", "no base64", encryptedSecret.substr(4),
                                    // Encrypted under another key, which fails on the padding.
-                                   encryptText("GEZDGNBVGY3TQOJQ", aesKey, iv).value_or("")};
+                                   encryptText("GEZDGNBVGY3TQOJQ", aesKey, iv).value_or(""),
+                                   encrypted("A"), encrypted("===="), encrypted("mzxw6yq"),
+                                   encrypted("GEZDGNBVGY3TQOJ"), encrypted("GEZDGNBVGY3TQOJQ=")};
     for (const std::string& secret : secrets) {
         Value data = record();
         data["SECRET_KEY"] = secret;
+        const LogCapture log;
         EXPECT_FALSE(accepts(data, accessKey, rightCode)) << secret;
-        EXPECT_TRUE(accepts(data, accessKey, emptyKeysCode)) << secret;
+        EXPECT_FALSE(accepts(data, accessKey, emptyKeysCode)) << secret;
+        EXPECT_EQ(log.count("verifyTOTP : no secret of 10 bytes or more, code refused\n"), 2U);
+    }
+    // By Python's hmac: the ten bytes that are enough.
+    Value shortest = record();
+    shortest["SECRET_KEY"] = encrypted("GEZDGNBVGY3TQOJQ");
+    EXPECT_TRUE(accepts(shortest, accessKey, "13263420"));
+}
+
+TEST(TOTPAuthenticator, KnowsTheStepOfACode) {
+    Value data = record();
+    data["AUTH_VARIANCE"] = 2;
+    const TestClock clock(100s);  // step 3; the code is that of step 1
+    const TOTPAuthenticator app(&data, accessKey, clock);
+    EXPECT_EQ(app.matchedStep(rightCode), 1);
+    EXPECT_EQ(app.matchedStep("94287083"), std::nullopt);
+    EXPECT_EQ(app.lastAcceptableStep(), 5);
+}
+
+TEST(TOTPAuthenticator, RefusesParametersOutOfRange) {
+    const struct {
+        const char* key;
+        Value least, most, below, above;
+    } rows[] = {{"DIGITS", 6, 9, 5, 10},
+                {"EXPIRY_TIME", 15, 300, 14, 301},
+                {"AUTH_VARIANCE", 0, 10, -1, 11}};
+    const TestClock clock(59s);
+    for (const auto& row : rows) {
+        const auto refused = [&](const Value& value) {
+            Value data = record();
+            data[row.key] = value;
+            const LogCapture log;
+            const TOTPAuthenticator app(&data, accessKey, clock);
+            EXPECT_FALSE(app.matchedStep("00000000"));
+            return log.has("are out of range, code refused");
+        };
+        for (const Value& value : {row.below, row.above, Value(), Value("x"), Value::array()})
+            EXPECT_TRUE(refused(value)) << row.key << value;
+        for (const Value& value : {row.least, row.most, Value(row.most.dump())})
+            EXPECT_FALSE(refused(value)) << row.key << value;
     }
 }
 
@@ -91,9 +137,8 @@ TEST(TOTPAuthenticator, TakesMembersOfTheWrongKindForAbsentOnes) {
             Value data = record();
             data[key] = value;
             // No code in reach of the clock is right without the right member.
-            const bool harmless = key == "AUTH_DISPLAY_NAME" ||
-                                  (key == "AUTH_VARIANCE" && integerValue(data, key) >= 0 &&
-                                   integerValue(data, key) < 500);
+            const bool harmless =
+                key == "AUTH_DISPLAY_NAME" || (key == "AUTH_VARIANCE" && value == 0.25);
             EXPECT_EQ(accepts(data, accessKey, rightCode), harmless) << key << " " << value;
         }
     }
@@ -109,7 +154,7 @@ TEST(TOTPAuthenticator, TakesMembersOfTheWrongKindForAbsentOnes) {
     const Value data = record();
     const TestClock clock(59s);
     EXPECT_FALSE(TOTPAuthenticator(&data, accessKey, clock).verifyTOTP(Value(rightCode)));
-    EXPECT_FALSE(TOTPAuthenticator(nullptr, accessKey).verifyTOTP({{"AUTH_CODE", ""}}));
+    EXPECT_FALSE(TOTPAuthenticator(nullptr, accessKey, clock).verifyTOTP({{"AUTH_CODE", ""}}));
 }
 
 }  // namespace

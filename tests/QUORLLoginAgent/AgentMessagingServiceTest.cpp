@@ -29,6 +29,10 @@ class Witness final : public SendRight {
             nameExistedAtCheckIn = std::filesystem::exists(path_);
         return right_->send(message, deadline);
     }
+    std::unique_ptr<ReceiverWatch> watchReceiver(RunLoop& loop,
+                                                 std::function<void()> gone) override {
+        return right_->watchReceiver(loop, std::move(gone));
+    }
     std::atomic<bool> nameExistedAtCheckIn = true;
 
   private:
@@ -97,9 +101,9 @@ class RelayTest : public testing::Test {
             return atApp_.size() >= count;
         });
     }
-    // Sends a result as the application does: to the port that the check-in brought.
+    // Sends a result as the application does: to the port that the latest request brought.
     void answer(std::vector<Bytes> components) {
-        EXPECT_TRUE(atApp_.front().replyPort->send(
+        EXPECT_TRUE(atApp_.back().replyPort->send(
             {.msgid = 8889, .components = std::move(components)}, seconds(5)));
     }
     Client request(Bytes body) { return {folder_, {.msgid = 8888, .components = {body}}}; }
@@ -115,7 +119,7 @@ class RelayTest : public testing::Test {
     LogCapture log_;
     std::string folder_ = (sandbox_.root() / "run").string();
     std::string path_ = folder_ + "/com.tav.quorl.QUORLLoginAgent";
-    LinuxPortSystem ports_{folder_};
+    LinuxPortSystem ports_{folder_, {.ownAccount = true}};
     std::unique_ptr<RunLoop> loop_ = ports_.makeRunLoop();
     std::unique_ptr<Port> appPort_ = ports_.makePort();
     std::shared_ptr<Witness> witness_;
@@ -166,17 +170,6 @@ TEST_F(RelayTest, LogsTheDescriptionOfARequest) {
     EXPECT_TRUE(log_.has("] {\n    USER_NAME = \"al\\nice\";\n}\n")) << log_.text();
 }
 
-TEST_F(RelayTest, OnlyTheLatestRequesterIsAnsweredAndTheEarlierOneSeesItAtOnce) {
-    startRelay();
-    Client first = request({1});
-    ASSERT_TRUE(appHas(2));
-    Client second = request({2});
-    ASSERT_TRUE(appHas(3));
-    EXPECT_TRUE(first.readsEndOfFile());
-    answer({{7}});
-    EXPECT_EQ(second.result(), std::vector<Bytes>{{7}});
-}
-
 TEST_F(RelayTest, AResultWithoutContentGoesNoFurther) {
     startRelay();
     Client client = request({1});
@@ -209,6 +202,34 @@ TEST_F(RelayTest, WhatIsNoWholeRequestIsNotForwarded) {
     answer({{6}});
     EXPECT_EQ(silent.result(), std::vector<Bytes>{{6}});
     EXPECT_EQ(log_.count("sendMsgToApp - 10002"), 1u);
+}
+
+TEST_F(RelayTest, ARequesterThatGoesIsToldToTheApplicationUnlessItWasAnswered) {
+    startRelay();
+    {
+        Client answered = request({1});
+        ASSERT_TRUE(appHas(2));
+        answer({{9}});
+        EXPECT_EQ(answered.result(), std::vector<Bytes>{{9}});
+    }
+    { Client replaced = request({2}); }
+    ASSERT_TRUE(appHas(4));
+    EXPECT_EQ(atApp_[3].msgid, 10003u);
+    EXPECT_EQ(log_.count("the requester has gone"), 1u);
+}
+
+TEST_F(RelayTest, AnAnswerOnItsWayToAnEarlierRequesterNeverReachesALaterOne) {
+    startRelay();
+    Client first = request({1});
+    ASSERT_TRUE(appHas(2));
+    const SendRightPtr portOfFirst = atApp_.back().replyPort;
+    Client second = request({2});
+    ASSERT_TRUE(appHas(3));
+    EXPECT_TRUE(first.readsEndOfFile()) << "told at once that no answer comes";
+    portOfFirst->send({.msgid = 8889, .components = {{1}}}, seconds(5));
+    answer({{2}});
+    EXPECT_EQ(second.result(), std::vector<Bytes>{{2}});
+    EXPECT_TRUE(second.readsEndOfFile()) << "one answer to a request";
 }
 
 TEST_F(RelayTest, ServesWithoutAnApplicationPort) {

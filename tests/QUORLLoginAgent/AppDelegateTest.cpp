@@ -1,12 +1,15 @@
 // The delegate on fakes: what a request, a page, a click and a closed window lead to.
+#include "AgentChannel.h"
 #include "AppDelegate.h"
 #include "ConfigParser.h"
+#include "ErrorPage.h"
 #include "FakeApplication.h"
 #include "FakePorts.h"
+#include "FileInputs.h"
 #include "KeyedArchive.h"
 #include "Log.h"
-#include "MessageIds.h"
 #include "PageScripts.h"
+#include "PropertyList.h"
 #include "TestClock.h"
 #include "TestSandbox.h"
 
@@ -17,26 +20,22 @@ namespace {
 
 using namespace test;
 
-std::string plist(const std::vector<std::pair<std::string, std::string>>& settings) {
-    std::string entries;
-    for (const auto& [key, value] : settings)
-        entries += "<key>" + key + "</key><string>" + value + "</string>";
-    return "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>" + entries + "</dict></plist>";
-}
-
 class AppDelegateTest : public testing::Test {
   protected:
     /// Launches with these settings beside the usual server.
-    void launch(std::vector<std::pair<std::string, std::string>> settings = {}) {
-        settings.insert(settings.begin(), {{"SERVERNAME", "server.test"},
-                                           {"PORTNUMBER", "8443"},
-                                           {"PRODTITLE", "Sign in"},
-                                           {"LOCALE_ID", "xx"}});
-        sandbox.write(sandbox.support() / "config.plist", plist(settings));
-        sandbox.write(sandbox.root() / "resources/xx.lproj/Localizable.strings",
-                      plist({{"IDS_SERVER_UNREACH", "unreachable"},
-                             {"IDS_SSL_CERTIFICATE_FAILED", "bad certificate"},
-                             {"IDS_TEXT", "localised text"}}));
+    void launch(const Value& settings = Value::object()) {
+        Value config = {{"SERVERNAME", "server.test"},
+                        {"PORTNUMBER", "8443"},
+                        {"PRODTITLE", "Sign in"},
+                        {"LOCALE_ID", "xx"}};
+        config.update(settings);
+        writePropertyListFile(sandbox.support() / "config.plist", config);
+        const std::filesystem::path resourceFolder = sandbox.root() / "resources";
+        std::filesystem::create_directories(resourceFolder / "xx.lproj");
+        writePropertyListFile(resourceFolder / "xx.lproj/Localizable.strings",
+                              {{"IDS_SERVER_UNREACH", "unreachable"},
+                               {"IDS_SSL_CERTIFICATE_FAILED", "bad certificate"},
+                               {"IDS_TEXT", "localised text"}});
         sandbox.write(sandbox.root() / "resources/resources/offlineMFA/OfflineMFA.htm", "page");
         sandbox.write(sandbox.root() / "resources/reset_icon.png", "icon");
         delegate.emplace(AppServices{application, ports, resources, clock});
@@ -48,8 +47,8 @@ class AppDelegateTest : public testing::Test {
     void request(const Value& dictionary) {
         send({.msgid = MessageId::forwardedRequest, .components = {*archive(dictionary)}});
     }
-    void post(const std::string& json) {
-        view->delegate().didReceiveScriptMessage("MACLoginAgent", json);
+    void post(const std::string& json, const std::string& page = "https://server.test:8443/mfa") {
+        view->delegate().didReceiveScriptMessage("MACLoginAgent", json, {page});
     }
     /// What the requester got; null for a message without content.
     Value lastAnswer() const {
@@ -100,7 +99,8 @@ TEST_F(AppDelegateTest, LaunchDressesPanelAndWindowFromTheConfiguration) {
     EXPECT_TRUE(application.panel.visible);
     EXPECT_EQ(application.panel.shownAt, (Rect{{1280 - 235, 0}, {215, 60}}));
     EXPECT_EQ(view->configuration().scriptMessageHandlerName, "MACLoginAgent");
-    EXPECT_FALSE(allowAnyHttps);
+    EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::serverTrust),
+              ChallengeAnswer::performDefaultHandling);
     EXPECT_TRUE(view->requests.empty());
 }
 
@@ -125,13 +125,12 @@ TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer)
     EXPECT_EQ(application.window.progressFrame, (Rect{{0, 525}, {896, 8}}));
     EXPECT_EQ(application.window.webViewFrame, (Rect{{0, 0}, {896, 525}}));
     EXPECT_FALSE(application.panel.enabled);
-    EXPECT_FALSE(delegate->isOfflineMFA());
     ASSERT_EQ(view->requests.size(), 1U);
     EXPECT_EQ(view->requests[0].url, "https://server.test:8443/mfa?u=a%20b");
     EXPECT_EQ(view->requests[0].method, "POST");
     EXPECT_FALSE(view->navigationGestures);
 
-    view->delegate().didReceiveScriptMessage("OtherChannel", "{}");
+    view->delegate().didReceiveScriptMessage("OtherChannel", "{}", {});
     EXPECT_EQ(answers(), 0U);
     post(R"({"SYSTEM_MFA_RESULT":"SUCCESS","SYSTEM_MFA_KEY":"k"})");
     EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "SUCCESS"},
@@ -140,7 +139,6 @@ TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer)
     EXPECT_FALSE(application.window.visible);
     EXPECT_TRUE(application.panel.enabled);
     EXPECT_EQ(view->requests.back().url, "about:blank");
-    EXPECT_FALSE(delegate->isMFARequestPresent());
     EXPECT_TRUE(logged("sendMFAResponse: Message sent to the AgentMessagingService.."));
 }
 
@@ -162,9 +160,7 @@ TEST_F(AppDelegateTest, RequestsThatNobodyCanServeShowAndAnswerNothing) {
     send({.msgid = MessageId::forwardedRequest});
     request(Value::object());
     send({.msgid = 4711, .components = {*archive({{"ERROR_MSG", "x"}})}});
-    EXPECT_FALSE(delegate->isMFARequestPresent());
     request({{"USER_NAME", "ada"}});
-    EXPECT_TRUE(delegate->isMFARequestPresent());
     EXPECT_FALSE(application.window.visible);
     EXPECT_EQ(answers(), 0U);
 }
@@ -207,6 +203,79 @@ TEST_F(AppDelegateTest, AForeignPageIsRefusedWithTheErrorPage) {
               NavigationDecision::cancel);
     EXPECT_EQ(view->stops, 1);
     EXPECT_EQ(drawnError(), "External URL is denied. Please contact the administrator.");
+}
+
+TEST_F(AppDelegateTest, AListWithoutTheBlankPageRefusesEverythingElseButThat) {
+    launch({{"MAC_AGENT_HOST_EXCLUDE", "idp.test"}});
+    EXPECT_TRUE(logged("initBrowser : MAC_AGENT_HOST_EXCLUDE lacks about:blank"));
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    WebViewDelegate& web = view->delegate();
+    EXPECT_EQ(web.decidePolicyForNavigationAction(blankPage), NavigationDecision::cancel)
+        << "a page's own";
+    const std::size_t loads = view->requests.size();
+    EXPECT_EQ(web.decidePolicyForNavigationAction(blankPage), NavigationDecision::allow);
+    EXPECT_EQ(view->requests.size(), loads) << "a refusal would load it again, for ever";
+}
+
+TEST_F(AppDelegateTest, NothingIsEverAnEmptyWindow) {
+    launch();
+    for (const auto& [asked, shown] : std::vector<std::pair<Value, std::string>>{
+             {{{"ERROR_MSG", ""}}, "ERROR_MSG"},
+             {{{"MFA_ERROR_MSG", "IDS_NOBODY_KNOWS"}}, "IDS_NOBODY_KNOWS"},
+             {{{"MFA_ERROR_MSG", 7}}, "MFA_ERROR_MSG"}}) {
+        request(asked);
+        view->takeScripts();
+        view->delegate().didFinishNavigation(blankPage);
+        EXPECT_EQ(view->takeScripts(), std::vector{errorPageScript(shown, false, "")});
+    }
+}
+
+TEST_F(AppDelegateTest, AResultThatCannotTravelIsAFailureAndTheLogSaysWhatWasSent) {
+    launch();
+    for (const std::string& key : {std::string(200'000, 'k'), std::string("$null")}) {
+        request({{"MFA_REQUEST_URL", "/mfa"}});
+        post(Value{{"SYSTEM_MFA_RESULT", "SUCCESS"}, {"SYSTEM_MFA_KEY", key}}.dump());
+        EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+    }
+    EXPECT_EQ(answers(), 2U);
+    relay->failing = true;
+    request({{"ERROR_MSG", "plain text"}});
+    application.window.close();
+    EXPECT_TRUE(logged("sendMFAResponse: the AgentMessagingService did not take the message"));
+}
+
+TEST_F(AppDelegateTest, WhereNoPageMayBeShownEverybodyIsToldAtOnce) {
+    application.pagesFault = "no sandbox";
+    launch();
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+    application.linkAction();
+    EXPECT_FALSE(application.window.visible);
+    EXPECT_TRUE(view->requests.empty()) << "not even a blank page";
+    EXPECT_TRUE(logged("launchSelservice: no page can be shown: no sandbox"));
+}
+
+TEST_F(AppDelegateTest, ARequestThatNobodyWaitsForTakesItsPageAlongButNoOther) {
+    launch();
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    send({.msgid = MessageId::withdrawn});
+    EXPECT_FALSE(application.window.visible);
+    EXPECT_EQ(view->requests.back().url, blankPage);
+    application.linkAction();
+    send({.msgid = MessageId::withdrawn});
+    EXPECT_TRUE(application.window.visible) << "the self-service page is nobody's request";
+    EXPECT_EQ(answers(), 0U);
+}
+
+TEST_F(AppDelegateTest, ASelfServiceWindowThatNobodyUsesCloses) {
+    launch();
+    application.linkAction();
+    EXPECT_EQ(application.window.idleLimit, std::chrono::minutes(5));
+    application.window.sitIdle();
+    EXPECT_FALSE(application.window.visible);
+    EXPECT_EQ(view->requests.back().url, blankPage);
+    request({{"MFA_REQUEST_URL", "/mfa"}});
+    EXPECT_EQ(application.window.idleLimit, std::nullopt) << "an approval may take its time";
 }
 
 TEST_F(AppDelegateTest, ProgressFallsToZeroBeforeItRisesAgain) {
@@ -254,7 +323,6 @@ TEST_F(AppDelegateTest, AResultBeforeTheCheckInIsForgottenAndTerminationClosesTh
     request({{"ERROR_MSG", "plain text"}});
     application.window.close();
     EXPECT_EQ(answers(), 0U);
-    EXPECT_FALSE(delegate->isMFARequestPresent());
 
     application.willTerminate();
     EXPECT_TRUE(logged("QUORLLoginAgent Application terminated"));
@@ -264,7 +332,7 @@ TEST_F(AppDelegateTest, AResultBeforeTheCheckInIsForgottenAndTerminationClosesTh
 
 TEST_F(AppDelegateTest, WithoutPortsTheRelayStillStarts) {
     ports.exhausted = true;
-    sandbox.write(sandbox.support() / "config.plist", plist({}));
+    writePropertyListFile(sandbox.support() / "config.plist", Value::object());
     delegate.emplace(AppServices{application, ports, resources, clock});
     delegate->applicationDidFinishLaunching();
     delegate.reset();

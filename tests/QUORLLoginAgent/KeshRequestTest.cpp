@@ -1,13 +1,9 @@
 // kesh-request and the client of the documentation, as programs, against a service that answers.
-#include "KeyedArchive.h"
-#include "LinuxPortSystem.h"
+#include "FakeAgent.h"
 #include "Subprocess.h"
 #include "TestSandbox.h"
 
 #include <gmock/gmock.h>
-
-#include <mutex>
-#include <thread>
 
 namespace quorl::test {
 namespace {
@@ -16,31 +12,9 @@ using testing::HasSubstr;
 
 class KeshRequestTest : public testing::Test {
   protected:
-    enum class Behaviour { answers, drops, isSilent };
-
-    ~KeshRequestTest() override {
-        done_ = true;
-        if (thread_.joinable())
-            thread_.join();
-    }
-    void serve(Behaviour behaviour, Value answer = {}) {
-        service_ = ports_.servicePortWithName("com.tav.quorl.QUORLLoginAgent");
-        ASSERT_TRUE(service_);
-        service_->setHandler([=, this](const PortMessage& message) {
-            EXPECT_EQ(message.msgid, 8888u);
-            const std::lock_guard lock(mutex_);
-            request_ = unarchive(message.components.at(0)).value_or("no archive");
-            if (behaviour == Behaviour::answers)
-                message.replyPort->send({.msgid = 8889, .components = {*archive(answer)}},
-                                        std::chrono::seconds(5));
-            if (behaviour == Behaviour::isSilent)
-                kept_ = message.replyPort;
-        });
-        service_->addToRunLoop(*loop_);
-        thread_ = std::thread([this] {
-            while (!done_)
-                loop_->runFor(std::chrono::milliseconds(10));
-        });
+    /// A service that gives the answer; see FakeAgent.
+    void serve(const std::optional<Value>& answer) {
+        agent_.emplace(file("run"), [answer](const Value&) { return answer; });
     }
     int run(std::vector<std::string> arguments, const std::string& input = "") {
         TestSandbox::write(file("in"), input);
@@ -56,26 +30,19 @@ class KeshRequestTest : public testing::Test {
     Value output() const { return Value::parse(TestSandbox::read(file("out")), nullptr, false); }
     std::string errors() const { return TestSandbox::read(file("err")); }
     Value request() {
-        const std::lock_guard lock(mutex_);
-        return request_;
+        const auto all = agent_->requests();
+        return all.empty() ? Value() : all.back();
     }
 
     TestSandbox sandbox_;
-    LinuxPortSystem ports_{file("run")};
-    std::unique_ptr<RunLoop> loop_ = ports_.makeRunLoop();
-    std::unique_ptr<Port> service_;
-    std::mutex mutex_;
-    Value request_;
-    SendRightPtr kept_;
-    std::atomic<bool> done_ = false;
-    std::thread thread_;
+    std::optional<FakeAgent> agent_;
 };
 
 TEST_F(KeshRequestTest, SendsItsOptionsAndPrintsTheAnswer) {
     const Value answer = {{"MFA_AUTH_RESULT", "SUCCESS"}, {"KEY", "schlüssel"}};
-    serve(Behaviour::answers, answer);
-    EXPECT_EQ(run({"--mfa-request-url", "/mfa?a=b", "--post-data", "x=1", "--request-header", "A=b",
-                   "--request-header", "C=d=e"}),
+    serve(answer);
+    EXPECT_EQ(run({"--mfa-request-url", "/mfa?a=b", "--json"},
+                  R"({"POST_DATA": "x=1", "REQUEST_HEADERS": {"A": "b", "C": "d=e"}})"),
               0);
     EXPECT_EQ(output(), answer);
     EXPECT_EQ(request(), Value({{"MFA_REQUEST_URL", "/mfa?a=b"},
@@ -89,7 +56,7 @@ TEST_F(KeshRequestTest, SendsItsOptionsAndPrintsTheAnswer) {
 }
 
 TEST_F(KeshRequestTest, AnyOtherAnswerIsOne) {
-    serve(Behaviour::answers, {{"MFA_AUTH_RESULT", "success"}});
+    serve(Value{{"MFA_AUTH_RESULT", "success"}});
     EXPECT_EQ(
         run({"--offline-mfa", "--domain-name", "D", "--mfa-error-msg", "I", "--error-msg", "T"}),
         1);
@@ -103,29 +70,23 @@ TEST_F(KeshRequestTest, AnyOtherAnswerIsOne) {
 TEST_F(KeshRequestTest, NoAnswerIsTwoAndSaysWhy) {
     EXPECT_EQ(run({"--offline-mfa"}), 2);
     EXPECT_THAT(errors(), HasSubstr("the agent cannot be reached"));
-    serve(Behaviour::drops);
+    serve(std::nullopt);
     EXPECT_EQ(run({"--offline-mfa"}), 2);
     EXPECT_THAT(errors(), HasSubstr("the agent dropped the request"));
 }
 
 TEST_F(KeshRequestTest, WaitsNoLongerThanItsTimeout) {
-    serve(Behaviour::isSilent);
+    serve(Value(nullptr));
     EXPECT_EQ(run({"--offline-mfa", "--timeout", "1"}), 2);
     EXPECT_THAT(errors(), HasSubstr("the time is up"));
 }
 
 TEST_F(KeshRequestTest, WrongUsageSendsNothing) {
-    serve(Behaviour::answers, {{"MFA_AUTH_RESULT", "SUCCESS"}});
+    serve(Value{{"MFA_AUTH_RESULT", "SUCCESS"}});
     const std::pair<std::vector<std::string>, std::string> cases[] = {
-        {{"--timeout", "0"}, ""},
-        {{"--timeout", "5s"}, ""},
-        {{"--request-header", "=b"}, ""},
-        {{"--request-header", "novalue"}, ""},
-        {{"--unknown"}, ""},
-        {{"stray"}, ""},
-        {{"--json"}, "[1]"},
-        {{"--json"}, "{"},
-        {{"--json"}, R"({"A":"\u0000"})"},
+        {{"--timeout", "0"}, ""},     {{"--timeout", "5s"}, ""}, {{"--request-header", "A=b"}, ""},
+        {{"--post-data", "x=1"}, ""}, {{"--unknown"}, ""},       {{"stray"}, ""},
+        {{"--json"}, "[1]"},          {{"--json"}, "{"},         {{"--json"}, R"({"A":"\u0000"})"},
     };
     for (const auto& [arguments, input] : cases)
         EXPECT_EQ(run(arguments, input), 64) << arguments[0] << " " << input;
@@ -137,7 +98,7 @@ TEST_F(KeshRequestTest, TheClientOfTheDocumentationWorks) {
     const std::string fence = "```python\n";
     const auto begin = page.find(fence) + fence.size();
     TestSandbox::write(file("client.py"), page.substr(begin, page.find("```", begin) - begin));
-    serve(Behaviour::answers, {{"MFA_AUTH_RESULT", "SUCCESS"}, {"KEY", ""}});
+    serve(Value{{"MFA_AUTH_RESULT", "SUCCESS"}, {"KEY", ""}});
     const std::string script =
         "import client; r = client.ask({'USER_NAME': 'älice', "
         "'REQUEST_HEADERS': {'A': 'b'}}, path='" +

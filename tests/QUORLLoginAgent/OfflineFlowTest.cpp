@@ -37,7 +37,10 @@ class OfflineFlowTest : public testing::Test {
             stage.run({"QUORLLoginAgent", "-action", "updateAgentStatus", "-status", "install"})
                 ->wait(),
             0);
-        ASSERT_EQ(stage.run({"offline-sync", "sync", "t"})->wait(), 0);
+        const std::string token = (stage.sandbox.root() / "token").string();
+        TestSandbox::write(token, "t\n");
+        ASSERT_EQ(
+            stage.run({"keshctl", "offline", "sync"}, "/dev/null", "/dev/null", token)->wait(), 0);
         stage.stopServer();
         stage.startDisplay();
         stage.startAgent();
@@ -85,17 +88,6 @@ TEST_F(OfflineFlowTest, OneFactorForgivesWrongAndEmptyCodesAndTakesTheRightOne) 
     EXPECT_EQ(stage.answer(), failure);
 }
 
-TEST_F(OfflineFlowTest, AMandatoryFactorComesFirstAndTheOtherOneFollows) {
-    start(policy(2, {14}));
-    request();
-    enterApp();
-    ASSERT_TRUE(stage.waitForLog("Entered OTP is invalid")) << "the token is asked for first";
-    enterToken();
-    ASSERT_TRUE(stage.waitForPage());
-    enterApp();
-    EXPECT_EQ(stage.answer(), success) << stage.log();
-}
-
 TEST_F(OfflineFlowTest, TheChosenMethodIsAskedFor) {
     start(policy(1));
     request();
@@ -111,15 +103,10 @@ TEST_F(OfflineFlowTest, CancelEndsTheRequestAtOnceAndTheNextOneWorks) {
     start(policy(1, Value::array(), {3}));
     request();
     stage.press("Escape");
-    const std::size_t before = stage.logged("sendMFAResponse :: initiated");
-    EXPECT_EQ(before, 0U) << "Escape alone ends nothing";
-    stage.press("Tab");
-    stage.press("Tab");
-    stage.press("Return");
     EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
     request();
     enterApp();
-    EXPECT_EQ(stage.answer(), success);
+    EXPECT_EQ(stage.answer(), success) << stage.log();
 }
 
 TEST_F(OfflineFlowTest, NamesThatHoldMarkupOrQuotesNeverRun) {
@@ -139,30 +126,25 @@ TEST_F(OfflineFlowTest, NamesThatHoldMarkupOrQuotesNeverRun) {
     EXPECT_EQ(stage.logged("sendMFAResult : Received message"), 0U) << stage.log();
 }
 
-TEST_F(OfflineFlowTest, AUserWithoutEnrollmentFailsAtOnce) {
-    start(policy(1));
-    stage.request({{"OFFLINE_MFA", true}, {"USER_NAME", "ADA"}, {"DOMAIN_NAME", "corp"}});
-    EXPECT_EQ(stage.answer(), failure);
-    EXPECT_EQ(stage.logged("Offline MFA not enabled or User not enrolled for offline"), 1U);
-}
-
 using SlowOfflineFlowTest = OfflineFlowTest;
 
-TEST_F(SlowOfflineFlowTest, ThePageRunsOutAtThe121stSecondAndIsLeftWithReturn) {
+TEST_F(SlowOfflineFlowTest, OnePageTakesAFewCodesUntilItRunsOutAtThe121stSecond) {
     start(policy(1, Value::array(), {3}));
     request();
-    // Until it runs out, Return on the empty field is only a wrong answer; then it is the way out.
+    // Keys without a pause; once the page has run out, Return is the way out.
     const auto shown = std::chrono::steady_clock::now();
     const auto elapsed = [shown] { return std::chrono::steady_clock::now() - shown; };
     Value answer;
     while (answer.is_null() && elapsed() < std::chrono::seconds(140)) {
-        stage.press("Return");
-        answer = stage.answer(std::chrono::seconds(1));
+        enter("000000");
+        answer = stage.answer(std::chrono::seconds(0));
     }
     EXPECT_EQ(stringValue(answer, "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
     EXPECT_GT(elapsed(), std::chrono::seconds(119));
     EXPECT_LT(elapsed(), std::chrono::seconds(127));
-    EXPECT_GT(stage.logged("Entered OTP is empty"), 50U);
+    const std::size_t codes = stage.logged("Entered OTP is invalid");
+    EXPECT_GE(codes, 8U);
+    EXPECT_LE(codes, 12U);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+#include "ErrorPage.h"
+#include "FileInputs.h"
 #include "PageScripts.h"
 #include "TestSandbox.h"
 

@@ -15,11 +15,6 @@ namespace fs = std::filesystem;
 class FilesTest : public testing::Test {
   protected:
     std::string path(const std::string& name) const { return (sandbox.root() / name).string(); }
-    static mode_t modeOf(const std::string& file) {
-        struct stat status {};
-        stat(file.c_str(), &status);
-        return status.st_mode & 07777;
-    }
     std::size_t entries() const {
         return static_cast<std::size_t>(
             std::distance(fs::directory_iterator(sandbox.root()), fs::directory_iterator()));
@@ -54,6 +49,27 @@ TEST_F(FilesTest, NothingButARegularFileIsReplacedAndNothingOutsideIsTouched) {
     EXPECT_EQ(entries(), before) << "no temporary file stays";
 }
 
+TEST_F(FilesTest, AFileOfSecretsIsClosedToAllButTheAgentsGroup) {
+    setenv("QUORL_AGENT_ACCOUNT", "nogroup", 1);
+    const LogCapture log;
+    struct Case {
+        gid_t group;
+        mode_t before;
+        mode_t after;
+    };
+    for (const Case& c : {Case{65534, 0640, 0640}, Case{65534, 0660, 0640}, Case{65534, 0604, 0600},
+                          Case{getegid(), 0640, 0600}, Case{getegid(), 0400, 0600}}) {
+        TestSandbox::write(path("secret"), "old");
+        if (chown(path("secret").c_str(), static_cast<uid_t>(-1), c.group) != 0)
+            continue;
+        chmod(path("secret").c_str(), c.before);
+        EXPECT_TRUE(replacePrivateFile(path("secret"), asBytes("new")));
+        EXPECT_EQ(modeOf(path("secret")), c.after);
+        fs::remove(path("secret"));
+    }
+    EXPECT_EQ(log.count("was open to others and is written back as 06"), geteuid() == 0 ? 3U : 1U);
+}
+
 TEST_F(FilesTest, OwnerAndGroupAreKept) {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root may give files away";
@@ -76,7 +92,8 @@ TEST_F(FilesTest, OwnerAndGroupAreKept) {
 TEST_F(FilesTest, PropertyListsOfAnIndependentWriterAreReadInBothForms) {
     const std::string script =
         "import plistlib,sys,datetime\n"
-        "value = {'text': 'a <b> & \\u00fc \\U0001f511', 'number': -7, 'big': 2**40, 'yes': True,"
+        "value = {'text': 'a <b> & \\u00fc \\U0001f511', 'number': -7, 'big': 2**40, 'huge': "
+        "2**64-1, 'yes': True,"
         " 'real': 1.5, 'data': b'\\0\\1', 'list': ['x', {'y': ''}],"
         " 'date': datetime.datetime(2026, 11, 22, 1, 2, 3)}\n"
         "for form, name in ((plistlib.FMT_XML, 'xml'), (plistlib.FMT_BINARY, 'binary')):\n"
@@ -89,12 +106,28 @@ TEST_F(FilesTest, PropertyListsOfAnIndependentWriterAreReadInBothForms) {
                             {"real", 1.5},
                             {"data", Value::binary({0, 1})},
                             {"list", {"x", {{"y", ""}}}},
-                            {"date", "2026-11-22T01:02:03Z"}};
+                            {"huge", UINT64_MAX},
+                            {"date", dateValue("2026-11-22T01:02:03Z")}};
     for (const char* name : {"xml", "binary"}) {
         const auto value = readPropertyListFile(path(name));
         ASSERT_TRUE(value) << name << ": " << value.error();
         EXPECT_EQ(*value, expected) << name;
     }
+    // Every kind survives a rewriting, a date beyond 32 bits and a carriage return among them.
+    Value rewritten = expected;
+    rewritten["far"] = dateValue("2199-12-31T23:59:59Z");
+    rewritten["cr"] = "a\r\nb";
+    rewritten["small"] = INT64_MIN;
+    EXPECT_TRUE(writePropertyListFile(path("again"), rewritten));
+    EXPECT_EQ(readPropertyListFile(path("again")).value(), rewritten);
+    EXPECT_EQ(
+        outputOf(
+            {"python3", "-c",
+             "import plistlib,sys\n"
+             "a, b = (plistlib.load(open(sys.argv[1] + n,'rb')) for n in ('/xml','/again'))\n"
+             "print(all(b[k] == v for k, v in a.items()), b['far'], repr(b['cr']), b['small'])",
+             sandbox.root().string()}),
+        "True 2199-12-31 23:59:59 'a\\r\\nb' -9223372036854775808\n");
     EXPECT_TRUE(writePropertyListFile(path("ours"), {{"a <b>", "& \xc3\xbc"}, {"gone", nullptr}}));
     EXPECT_EQ(outputOf({"python3", "-c",
                         "import plistlib,sys; print(plistlib.load(open(sys.argv[1],'rb'),"
@@ -168,7 +201,8 @@ TEST_F(FilesTest, WhatNoXmlReaderWouldTakeIsNotWritten) {
     const Value deep = Value::array({deepest});
     for (const Value& value :
          {Value(), Value{{"k", std::string("a\0b", 3)}}, Value{{"k", "\x1b"}}, Value{{"\xff", ""}},
-          Value{{"k", "\xef\xbf\xbf"}}, Value{{"k", UINT64_MAX}}, Value{{"k", 1.0 / 0.0}}, deep})
+          Value{{"k", "\xef\xbf\xbf"}}, Value{{"k", 1.0 / 0.0}},
+          Value{{"k", std::string(5U << 20, 'x')}}, deep})
         EXPECT_FALSE(writePropertyListFile(path("file"), value));
     EXPECT_EQ(TestSandbox::read(path("file")), "old");
 }

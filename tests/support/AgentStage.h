@@ -1,8 +1,8 @@
 #pragma once
 
-#include "Subprocess.h"
-#include "TestSandbox.h"
+#include "TestServer.h"
 #include "Value.h"
+#include "XvfbDisplay.h"
 
 #include <memory>
 #include <optional>
@@ -20,18 +20,21 @@ class AgentStage {
 
     AgentStage();
 
-    /// A screen without a window manager.
-    void startDisplay(const std::string& size = "1280x800");
-    /// The server with that certificate of make-test-certificates; port() is its port then.
-    void startServer(const Words& arguments = {}, const std::string& certificate = "server");
-    void stopServer() { server_.reset(); }
+    /// A screen without a window manager, for clients with the authority in its file alone.
+    void startDisplay();
+    const std::string& display() const { return display_; }
     const std::string& port() const { return port_; }
+    /// The server; what is configured from now on names it.
+    void startServer(const Words& switches = {}) {
+        server_.emplace("server", switches);
+        port_ = std::to_string(server_->port());
+    }
+    void stopServer() { server_.reset(); }
     /// The requests the server received so far, as it recorded them.
-    std::vector<Value> serverRequests() const;
+    std::vector<Value> serverRequests() const { return server_->requests(); }
 
     /// Writes the configuration: the stage's server and these settings over it.
     void configure(const Settings& settings = {});
-    Value configuration() const;
     /// The text encrypted as the installer stores keys, by openssl.
     static std::string encryptedKey(const std::string& text);
 
@@ -39,10 +42,14 @@ class AgentStage {
     std::unique_ptr<Subprocess> run(const Words& command, const std::string& output = "/dev/null",
                                     const std::string& errors = "/dev/null",
                                     const std::string& input = "/dev/null");
+    /// The words that make the agent and its clients another account's; ours when empty.
+    Words account;
+    /// Words before these that the agent is started with.
+    Words agentPrefix;
     void startAgent();
     Subprocess& agent() { return *agent_; }
     std::string log() const;
-    std::size_t logged(const std::string& message) const;
+    std::size_t logged(const std::string& message) const { return occurrences(log(), message); }
     bool waitForLog(const std::string& message, std::size_t times = 1,
                     std::chrono::milliseconds deadline = std::chrono::seconds(20)) const;
     /// Waits until one page more than before has loaded.
@@ -70,8 +77,8 @@ class AgentStage {
     std::string display_;
     std::size_t pages_ = 0;
     int requests_ = 0;
-    std::unique_ptr<Subprocess> screen_;
-    std::unique_ptr<Subprocess> server_;
+    std::optional<XvfbDisplay> screen_;
+    std::optional<TestServer> server_;
     std::unique_ptr<Subprocess> agent_;
     std::unique_ptr<Subprocess> client_;
 };

@@ -15,6 +15,7 @@ class FakeApplication final : public Application {
     FakeBrowserWindow window;
     bool panelConnected = true;
     bool menuBarHidden = false;
+    std::optional<std::string> pagesFault;
     std::function<void()> linkAction;
     std::function<void()> willTerminate;
     /// The web view that was made last; its maker owns it.
@@ -29,6 +30,7 @@ class FakeApplication final : public Application {
         return view;
     }
     void hideMenuBar() override { menuBarHidden = true; }
+    std::optional<std::string> pagesUnavailable() const override { return pagesFault; }
     RunLoop& mainRunLoop() override { return loop_; }
     void setWillTerminateHandler(std::function<void()> handler) override {
         willTerminate = std::move(handler);

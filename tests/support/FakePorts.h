@@ -15,6 +15,9 @@ class FakeSendRight final : public SendRight {
             messages_.push_back(message);
         return !failing;
     }
+    std::unique_ptr<ReceiverWatch> watchReceiver(RunLoop&, std::function<void()>) override {
+        return nullptr;
+    }
     std::vector<PortMessage> messages() const {
         const std::lock_guard lock(mutex_);
         return messages_;
@@ -43,6 +46,7 @@ class FakePort final : public Port {
 class FakeRunLoop final : public RunLoop {
   public:
     void add(RunLoopSource&) override {}
+    void addForHangUp(RunLoopSource&) override {}
     void remove(RunLoopSource&) override {}
     void runFor(std::chrono::milliseconds) override {}
 };

@@ -18,9 +18,13 @@ class FakeWebView final : public WebView {
     std::vector<PageRequest> requests;
     std::vector<std::string> files;
     std::vector<std::string> scripts;
+    /// The load asked for last; a test that lets it come empties this.
+    std::string loading;
     std::vector<std::string> userScripts;
     std::vector<Cookie> cookies;
     int stops = 0;
+    int clears = 0;
+    int cookieSaves = 0;
     int redraws = 0;
     bool navigationGestures = true;
     /// What the page answers to a script.
@@ -28,9 +32,21 @@ class FakeWebView final : public WebView {
         return ScriptResult(std::nullopt);
     };
 
-    void loadRequest(const PageRequest& request) override { requests.push_back(request); }
-    void loadFile(const std::string& path) override { files.push_back(path); }
+    void loadRequest(const PageRequest& request) override {
+        requests.push_back(request);
+        loading = request.url;
+    }
+    void loadFile(const std::string& path) override {
+        files.push_back(path);
+        loading = "file://" + path;
+    }
     void stopLoading() override { ++stops; }
+    void warmUp() override {}
+    void clear() override { ++clears; }
+    bool saveCookies(std::chrono::milliseconds) override {
+        ++cookieSaves;
+        return true;
+    }
     void evaluateJavaScript(const std::string& script, ScriptCompletion completion) override {
         scripts.push_back(script);
         if (completion)

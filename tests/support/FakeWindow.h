@@ -18,6 +18,7 @@ class FakeBrowserWindow final : public BrowserWindow {
     Rect progressFrame;
     Rect webViewFrame;
     double progressValue = 0;
+    std::optional<std::chrono::milliseconds> idleLimit;
     bool progressHidden = false;
 
     void setDelegate(WindowDelegate* delegate) override { delegate_ = delegate; }
@@ -29,6 +30,9 @@ class FakeBrowserWindow final : public BrowserWindow {
     void center() override { centered = true; }
     void orderFrontRegardless() override { visible = true; }
     void makeKeyWindow() override { key = true; }
+    void setIdleLimit(std::optional<std::chrono::milliseconds> limit) override {
+        idleLimit = limit;
+    }
     void orderOut() override { visible = key = false; }
     void close() override {
         ++closes;
@@ -49,6 +53,12 @@ class FakeBrowserWindow final : public BrowserWindow {
         shownAt.size = size;
         if (delegate_)
             delegate_->windowDidResize();
+    }
+
+    /// Nobody touches anything for a long time.
+    void sitIdle() {
+        if (visible && idleLimit && delegate_)
+            delegate_->windowWasIdle();
     }
 
   private:

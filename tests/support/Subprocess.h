@@ -112,4 +112,12 @@ inline std::string outputOf(const std::vector<std::string>& command) {
     return text;
 }
 
+/// The text as the agent stores keys, encrypted by openssl under a key in hexadecimal.
+inline std::string opensslEncrypted(const std::string& text, const std::string& key) {
+    return outputOf({"sh", "-c",
+                     "printf %s \"$1\" | openssl enc -aes-256-cbc -a -A -nosalt -K \"$2\" "
+                     "-iv 5c1e0a7f3b92d4e6a18c07f2b4d96e31",
+                     "sh", text, key});
+}
+
 }  // namespace quorl::test

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -27,6 +28,8 @@ class TestSandbox {
         std::filesystem::create_directories(root_ / "system");
         setenv("QUORL_SUPPORT_BASE", (root_ / "base").c_str(), 1);
         setenv("QUORL_RUNTIME_DIR", (root_ / "run").c_str(), 1);
+        setenv("QUORL_AGENT_ACCOUNT", "the account of the test itself", 0);
+        setenv("QUORL_GUARD_DIR", (root_ / "guard").c_str(), 1);
         setenv("QUORL_SYSTEM_ROOT", (root_ / "system").c_str(), 1);
     }
     ~TestSandbox() {
@@ -55,6 +58,20 @@ class TestSandbox {
     std::filesystem::path root_;
 };
 
+/// The permissions of what lies there, not of what a link leads to; 0 where nothing does.
+inline mode_t modeOf(const std::filesystem::path& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+}
+
+/// How often the part occurs in the text.
+inline std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t found = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++found;
+    return found;
+}
+
 /// Catches what is logged while it lives, by pointing standard error at a file.
 class LogCapture {
   public:
@@ -79,13 +96,7 @@ class LogCapture {
 
     std::string text() const { return TestSandbox::read(path_); }
     /// How often the message occurs.
-    std::size_t count(const std::string& message) const {
-        const std::string all = text();
-        std::size_t found = 0;
-        for (auto at = all.find(message); at != std::string::npos; at = all.find(message, at + 1))
-            ++found;
-        return found;
-    }
+    std::size_t count(const std::string& message) const { return occurrences(text(), message); }
     bool has(const std::string& message) const { return count(message) > 0; }
 
   private:

@@ -49,7 +49,8 @@ class TestServer {
     std::vector<nlohmann::json> requests() const {
         std::vector<nlohmann::json> all;
         std::istringstream lines(TestSandbox::read(folder_ / "state"));
-        for (std::string line; std::getline(lines, line);)
+        // A line without its end is still being written.
+        for (std::string line; std::getline(lines, line) && !lines.eof();)
             all.push_back(nlohmann::json::parse(line));
         return all;
     }

@@ -1,6 +1,7 @@
 """An independent coder of keyed archives: `write` turns JSON on standard input into an archive on
 standard output, `read` does the reverse. Archives follow the platform's layout; `--mutable` uses the
-mutable classes, `--shared` shares equal texts."""
+mutable classes, `--shared` shares equal texts. `layout` runs statements from standard input on a
+good archive before it is written (see below)."""
 
 import datetime
 import json
@@ -90,9 +91,31 @@ def read(archive):
     return value(top["$top"]["root"])
 
 
+def layout(statements):
+    """The archive of {"k": "k"} once the statements have changed its parts."""
+    cls = lambda name: {"$classname": name, "$classes": [name, "NSObject"]}
+    c = cls("NSDictionary")
+    d = {"NS.keys": [UID(2)], "NS.objects": [UID(2)], "$class": UID(3)}
+    o = ["$null", d, "k", c]
+    top = {"$version": 100000, "$archiver": "NSKeyedArchiver",
+           "$top": {"root": UID(1), "more": UID(0)}, "$objects": o}
+
+    def put(item):
+        o.append(item)
+        return UID(len(o) - 1)
+
+    swap = []  # bytes of the archive, and what stands in their place
+    exec(statements, globals() | locals())
+    data = plistlib.dumps(top, fmt=plistlib.FMT_BINARY, sort_keys=False)
+    assert not swap or data.count(swap[0]) == 1
+    return data.replace(*swap) if swap else data
+
+
 if __name__ == "__main__":
     if sys.argv[1] == "read":
         json.dump(read(sys.stdin.buffer.read()), sys.stdout)
+    elif sys.argv[1] == "layout":
+        sys.stdout.buffer.write(layout(sys.stdin.read()))
     else:
         writer = Writer("--mutable" in sys.argv, "--shared" in sys.argv)
         root = writer.add(json.load(sys.stdin))

@@ -1,10 +1,5 @@
 """The endpoints that the agent itself calls, all signed."""
 
-import email.utils
-import hmac
-import time
-
-from . import codes
 from .messages import json_reply
 
 PREFIX = "/RestAPI/logonagent"
@@ -15,10 +10,10 @@ def refusal(reason):
 
 
 class AgentApi:
-    def __init__(self, identity, directory, max_skew):
+    def __init__(self, identity, directory, signatures):
         self._identity = identity
         self._directory = directory
-        self._max_skew = max_skew
+        self._signatures = signatures
 
     def routes(self):
         return {
@@ -28,29 +23,9 @@ class AgentApi:
             f"{PREFIX}/mfa/addOfflineEnrollment": self._signed_by_agent(self.add_enrollment),
         }
 
-    def fault_of(self, request, key, agent_id):
-        """What is wrong with the request's signature, or None."""
-        if request.method != "POST":
-            return "only POST is served here"
-        date = request.header("idm-date")
-        parsed = email.utils.parsedate_to_datetime(date) if date else None
-        if parsed is None or abs(parsed.timestamp() - time.time()) > self._max_skew:
-            return "idm-date is missing or too far from the server's time"
-        scheme, _, credentials = request.header("Authorization").partition(" ")
-        given_id, _, given = credentials.partition(":")
-        if scheme != "Basic" or given_id != agent_id:
-            return "unknown agent"
-        expected = codes.signature(key, date, request.method, request.path)
-        if not hmac.compare_digest(expected.encode(), given.encode()):
-            return "wrong signature"
-        return None
-
     def _signed(self, key, agent_id, endpoint):
         def checked(request):
-            try:
-                fault = self.fault_of(request, key, agent_id)
-            except (ValueError, UnicodeError):
-                fault = "headers that cannot be read"
+            fault = self._signatures.fault_of(request, key, agent_id)
             return refusal(fault) if fault else endpoint(request)
         return checked
 

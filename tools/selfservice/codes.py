@@ -16,6 +16,12 @@ def signature(key, date, method, path):
     return base64.b64encode(digest.hexdigest().encode("ascii")).decode("ascii")
 
 
+def sign_in_key(key, nonce, user, domain):
+    """What a page hands over after a sign-in, so that its requester knows the request again."""
+    message = "\n".join((nonce, user, domain)).encode()
+    return hmac.new(key.encode("ascii"), message, hashlib.sha256).hexdigest()
+
+
 def encrypt(text, key_hex):
     """Base64 of AES-256-CBC with PKCS#7 padding, by the openssl command."""
     result = subprocess.run(

@@ -59,6 +59,22 @@ def drip(connection, _request):
         connection.sendall(byte)
 
 
+def endless_drip(connection, _request):
+    """A body that never ends, a byte a second."""
+    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n\r\n")
+    while True:
+        connection.sendall(b"x")
+        time.sleep(1)
+
+
+def endless_trailers(connection, _request):
+    """A good body, and trailers that never end."""
+    connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n"
+                       b"Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n")
+    while True:
+        connection.sendall(b"X-Trailer: " + b"y" * 1000 + b"\r\n")
+
+
 def failure(_connection, _request):
     """A well-formed refusal."""
     return json_reply({"result": "failure"})
@@ -66,7 +82,7 @@ def failure(_connection, _request):
 
 FAULTS = {function.__name__.replace("_", "-"): function for function in (
     silent, cut_body, cut_headers, no_reply, empty_body, broken_json, bad_text, huge_body, drip,
-    failure)}
+    endless_drip, endless_trailers, failure)}
 
 
 def text_error(status):

@@ -7,6 +7,7 @@ import string
 import time
 
 from .messages import Reply, json_reply, redirect
+from .signatures import SignIns
 
 FOLDER = pathlib.Path(__file__).parent / "pages"
 
@@ -20,8 +21,12 @@ def page(name, **values):
 
 
 class Pages:
-    def __init__(self, directory, context_path):
+    def __init__(self, directory, identity, signatures, context_path, options):
         self._directory = directory
+        self._identity = identity
+        self._signatures = signatures
+        self._signed_only = options.signed_pages
+        self._sign_ins = SignIns(identity.access_key, options.page_key)
         self._context_path = context_path
 
     def routes(self):
@@ -44,9 +49,22 @@ class Pages:
         }
 
     def verify(self, request):
+        """The MFA page. What a signed request says of its sign-in holds; an unsigned one has no
+        nonce, and is turned away where only signed ones are served."""
         fields = {**request.query, **request.form()}
-        user = self._directory.full_name(fields.get("USER_NAME"), fields.get("DOMAIN_NAME"))
-        return page("verify", user=user, enroll=fields.get("enroll", "0"))
+        name, domain = fields.get("USER_NAME", ""), fields.get("DOMAIN_NAME", "")
+        fault = self._signatures.fault_of(request, self._identity.access_key,
+                                          self._identity.agent_id)
+        nonce = "" if fault else fields.get("NONCE", "")
+        if not fault and not nonce:
+            fault = "no nonce"
+        if fault and (self._signed_only or request.header("Authorization")):
+            return page("refused", reason=fault)
+        sign_in = self._sign_ins.begin(name, domain, nonce)
+        if sign_in is None:
+            return page("refused", reason="this request has been answered before")
+        return page("verify", user=self._directory.full_name(name, domain), sign_in=sign_in,
+                    enroll=fields.get("enroll", "0"))
 
     def check(self, request):
         """Answers the MFA page: the message it is to post, or that the code was wrong."""
@@ -57,7 +75,7 @@ class Pages:
             token = self._directory.new_token(user)
             return json_reply({"message": {
                 "SYSTEM_MFA_RESULT": "SUCCESS",
-                "SYSTEM_MFA_KEY": token[::-1],
+                "SYSTEM_MFA_KEY": self._sign_ins.end(fields.get("sign_in", "")),
                 "OFFLINE_ENROLLMENT_DATA_ACCESS_TOKEN": token,
                 "SYSTEM_MFA_ERROR_MSG": None,
             }})

@@ -9,8 +9,6 @@
 namespace quorl {
 namespace {
 
-using SoupCookieHandle = Handle<SoupCookie, soup_cookie_free>;
-
 constexpr std::chrono::milliseconds saveDelay{200};
 constexpr std::size_t largestFile = 1 << 20;
 constexpr mode_t fileMode = 0600;
@@ -122,13 +120,15 @@ void CookieJar::restore(std::function<void()> done) {
     addAll(manager_.get(), cookies, [this, alive = std::weak_ptr(alive_), done = std::move(done)] {
         if (alive.expired())
             return;
-        signals_.connect<&CookieJar::changed>(manager_.get(), "changed", this);
+        if (!std::exchange(watched_, true))
+            signals_.connect<&CookieJar::changed>(manager_.get(), "changed", this);
         done();
     });
 }
 
 void CookieJar::list(WebView::CookiesCompletion completion) {
-    fetchAll(manager_.get(), [alive = std::weak_ptr(alive_),
+    ++atWork_;
+    fetchAll(manager_.get(), [this, alive = std::weak_ptr(alive_),
                               completion = std::move(completion)](const CookieList& all) {
         if (alive.expired())
             return;
@@ -140,16 +140,21 @@ void CookieJar::list(WebView::CookiesCompletion completion) {
                                .sessionOnly = soup_cookie_get_expires(cookie) == nullptr});
         });
         completion(std::move(cookies));
+        if (!alive.expired())
+            ended();
     });
 }
 
 void CookieJar::remove(const Cookie& cookie, std::function<void()> completion) {
+    ++atWork_;
     // The engine deletes by the value too, so the cookie is looked up as it stands now.
     fetchAll(manager_.get(), [this, alive = std::weak_ptr(alive_), cookie,
                               completion = std::move(completion)](const CookieList& all) {
-        const auto done = [alive, completion](GObject*, GAsyncResult*) {
+        const auto done = [this, alive, completion](GObject*, GAsyncResult*) {
             if (!alive.expired() && completion)
                 completion();
+            if (!alive.expired())
+                ended();
         };
         SoupCookie* target = nullptr;
         all.forEach([&](SoupCookie* entry) {
@@ -171,29 +176,61 @@ void CookieJar::remove(const Cookie& cookie, std::function<void()> completion) {
 void CookieJar::addRequestCookies(const std::string& header, const std::string& url,
                                   std::function<void()> done) {
     const ParsedURL uri = parseURL(url);
-    std::vector<SoupCookieHandle> cookies;
     const Handle<gchar*, g_strfreev> pairs(g_strsplit(header.c_str(), ";", -1));
     for (gchar** pair = pairs.get(); uri && *pair; ++pair) {
         const std::string entry = g_strstrip(*pair);
         const auto separator = entry.find('=');
         if (separator != std::string::npos && separator != 0)
-            cookies.emplace_back(soup_cookie_new(entry.substr(0, separator).c_str(),
-                                                 entry.substr(separator + 1).c_str(),
-                                                 g_uri_get_host(uri.get()), "/", -1));
+            requestCookies_.emplace_back(soup_cookie_new(
+                entry.substr(0, separator).c_str(), entry.substr(separator + 1).c_str(),
+                g_uri_get_host(uri.get()), g_uri_get_path(uri.get()), -1));
     }
-    addAll(manager_.get(), cookies, [alive = std::weak_ptr(alive_), done = std::move(done)] {
-        if (!alive.expired())
-            done();
-    });
+    for (const SoupCookieHandle& cookie : requestCookies_) {
+        soup_cookie_set_secure(cookie.get(), TRUE);
+        soup_cookie_set_http_only(cookie.get(), TRUE);
+    }
+    addAll(manager_.get(), requestCookies_,
+           [alive = std::weak_ptr(alive_), done = std::move(done)] {
+               if (!alive.expired())
+                   done();
+           });
+}
+
+void CookieJar::dropRequestCookies(std::function<void()> done) {
+    auto open = std::make_shared<std::size_t>(requestCookies_.size());
+    for (const SoupCookieHandle& cookie : std::exchange(requestCookies_, {}))
+        // The engine deletes by the value too.
+        webkit_cookie_manager_delete_cookie(manager_.get(), cookie.get(), nullptr,
+                                            AsyncCall::callback(),
+                                            AsyncCall::data([open, done](GObject*, GAsyncResult*) {
+                                                if (--*open == 0 && done)
+                                                    done();
+                                            }));
+}
+
+void CookieJar::whenIdle(std::function<void()> done) {
+    if (atWork_ == 0)
+        done();
+    else
+        waiting_.push_back(std::move(done));
+}
+
+void CookieJar::ended() {
+    if (--atWork_ > 0)
+        return;
+    for (const auto& done : std::exchange(waiting_, {}))
+        done();
 }
 
 void CookieJar::changed() {
     if (!saving_.running())
-        saving_.start(saveDelay, [this] { save(); });
+        saving_.start(saveDelay, [this] { save(nullptr); });
 }
 
-void CookieJar::save() {
-    fetchAll(manager_.get(), [this, alive = std::weak_ptr(alive_)](const CookieList& all) {
+void CookieJar::save(std::function<void()> done) {
+    saving_.stop();
+    fetchAll(manager_.get(), [this, alive = std::weak_ptr(alive_),
+                              done = std::move(done)](const CookieList& all) {
         if (alive.expired())
             return;
         Value kept = Value::array();
@@ -204,6 +241,8 @@ void CookieJar::save() {
         const std::string content = kept.dump(-1, ' ', true, Value::error_handler_t::replace);
         if (const auto written = replaceFile(file_, asBytes(content), fileMode); !written)
             logLine("CookieJar : the cookies cannot be kept: {}", written.error());
+        if (done)
+            done();
     });
 }
 

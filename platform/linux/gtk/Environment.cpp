@@ -1,6 +1,13 @@
 #include "Environment.h"
 
+#include "AccessibilityBus.h"
+
+#include <pwd.h>
 #include <stdlib.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
 
 namespace quorl {
 namespace {
@@ -14,15 +21,46 @@ constexpr Variable settings[] = {
     {"GSETTINGS_BACKEND", "memory"},  // nobody's settings, and no settings service
     {"GIO_USE_VFS", "local"},         // no mounts of a session
     {"GTK_USE_PORTAL", "0"},
+    // Neither a neighbour on the display nor the starter chooses files that the toolkit reads.
+    {"GTK_THEME", "Adwaita"},
+    // Without an address the libraries start a bus of their own, which outlives us. One with a path
+    // is worse than none: the engine opens that path's folder to its sandbox.
+    {"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
     // A login screen has no GPU worth sharing buffers with; software drawing starts faster.
     {"WEBKIT_DISABLE_DMABUF_RENDERER", "1"},
+    // Pages run without machine code of their own making, which costs a sign-in a few milliseconds
+    // and attackers of browsers their best tool.
+    {"JSC_useJIT", "0"},
 };
 
-// Debugging doors of the libraries: an inspector over the network, an interactive one in the
-// window, a web process without its sandbox.
-constexpr const char* doors[] = {"WEBKIT_INSPECTOR_SERVER", "WEBKIT_INSPECTOR_HTTP_SERVER",
-                                 "WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS", "GTK_DEBUG",
-                                 "GTK_MODULES"};
+// Debugging doors of the libraries (an inspector over the network, an interactive one in the
+// window, a web process without its sandbox), and folders that libraries would be loaded from.
+constexpr const char* doors[] = {"WEBKIT_INSPECTOR_SERVER",
+                                 "WEBKIT_INSPECTOR_HTTP_SERVER",
+                                 "WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS",
+                                 "GTK_DEBUG",
+                                 "GTK_MODULES",
+                                 "GTK_PATH",
+                                 "GTK_EXE_PREFIX",
+                                 "GTK_IM_MODULE_FILE",
+                                 "GDK_PIXBUF_MODULE_FILE",
+                                 "GIO_EXTRA_MODULES",
+                                 "GIO_MODULE_DIR"};
+
+constexpr const char* busVariable = "AT_SPI_BUS_ADDRESS";
+
+// A bus of root's, of ours or of the greeter's reads the screen to a blind person; any other could
+// be a trap, and one that refuses us would end the application.
+bool accessibilityBusIsGood() {
+    std::vector<uid_t> listeners{0, geteuid()};
+    // Named by who starts us with the greeter.
+    const char* account = secure_getenv("QUORL_GREETER_ACCOUNT");
+    if (const passwd* greeter = getpwnam(account ? account : QUORL_GREETER_ACCOUNT))
+        listeners.push_back(greeter->pw_uid);
+    const char* address = getenv(busVariable);
+    const auto socket = soleBusSocket(address ? address : "");
+    return socket && busAdmitsUs(*socket, listeners);
+}
 
 }  // namespace
 
@@ -31,11 +69,13 @@ void prepareGtkEnvironment() {
         setenv(variable.name, variable.value, 1);
     for (const char* door : doors)
         unsetenv(door);
-    if (!getenv("DBUS_SESSION_BUS_ADDRESS")) {
-        // Otherwise the libraries start a bus of their own, which outlives us.
-        setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
-        setenv("NO_AT_BRIDGE", "1", 1);
+    if (accessibilityBusIsGood()) {
+        unsetenv("NO_AT_BRIDGE");
+        return;
     }
+    unsetenv(busVariable);
+    // Else the toolkit asks the display for an address, which may name a program.
+    setenv("NO_AT_BRIDGE", "1", 1);
 }
 
 }  // namespace quorl

@@ -19,6 +19,11 @@ void GlibRunLoop::add(RunLoopSource& source) {
                       sourceReady, &source));
 }
 
+void GlibRunLoop::addForHangUp(RunLoopSource& source) {
+    sources_[&source] = GlibSource(g_unix_fd_add(
+        source.descriptor(), static_cast<GIOCondition>(G_IO_HUP | G_IO_ERR), sourceReady, &source));
+}
+
 void GlibRunLoop::remove(RunLoopSource& source) {
     sources_.erase(&source);
 }

@@ -12,6 +12,7 @@ namespace quorl {
 class GlibRunLoop final : public RunLoop {
   public:
     void add(RunLoopSource& source) override;
+    void addForHangUp(RunLoopSource& source) override;
     void remove(RunLoopSource& source) override;
     void runFor(std::chrono::milliseconds duration) override;
 

@@ -5,11 +5,18 @@
 #include "GtkBrowserWindow.h"
 #include "GtkLoginPanel.h"
 #include "Log.h"
+#include "ModuleGate.h"
+#include "PrivateHome.h"
+#include "RuntimeFolder.h"
+#include "SandboxCheck.h"
 #include "SystemPaths.h"
+#include "UntrustedDisplay.h"
 #include "WebKitView.h"
 
+#include <X11/Xlib.h>
 #include <fmt/format.h>
 #include <glib-unix.h>
+#include <unistd.h>
 
 #include <optional>
 #include <vector>
@@ -20,10 +27,20 @@ namespace {
 using MainLoop = Handle<GMainLoop, g_main_loop_unref>;
 using Builder = GObjectHandle<GtkBuilder>;
 
+// What keeps others out of the application and its pages' process out of the rest.
+struct Surroundings {
+    std::unique_ptr<SandboxTrial> sandbox;
+    std::unique_ptr<PrivateHome> home;
+    std::unique_ptr<UntrustedDisplay> display;
+    std::vector<std::string> notes;  // what does not hold on this machine, for the log
+};
+
 class GtkApplication final : public Application {
   public:
-    explicit GtkApplication(Builder builder)
-        : builder_(std::move(builder)), mainLoop_(g_main_loop_new(nullptr, FALSE)) {
+    GtkApplication(Builder builder, Surroundings surroundings)
+        : surroundings_(std::move(surroundings)),
+          builder_(std::move(builder)),
+          mainLoop_(g_main_loop_new(nullptr, FALSE)) {
         if (gtk_builder_get_object(builder_.get(), "loginPanel"))
             panel_.emplace(builder_.get());
         if (gtk_builder_get_object(builder_.get(), "customBrowserWindow"))
@@ -40,16 +57,22 @@ class GtkApplication final : public Application {
     }
     std::unique_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) override {
         return std::make_unique<WebKitView>(
-            configuration,
-            WebKitView::Surroundings{.window = window_ ? &*window_ : nullptr,
-                                     .supportDirectory = systemPaths().supportDirectory()});
+            configuration, WebKitView::Surroundings{.window = window_ ? &*window_ : nullptr,
+                                                    .supportDirectory = ownDirectory()});
     }
     void hideMenuBar() override { logLine("hideMenuBar : this desktop has no menu bar to hide"); }
+    std::optional<std::string> pagesUnavailable() const override {
+        return surroundings_.sandbox->fault();
+    }
     RunLoop& mainRunLoop() override { return runLoop_; }
     void setWillTerminateHandler(std::function<void()> handler) override {
         willTerminate_ = std::move(handler);
     }
     int run() override {
+        for (const std::string& note : surroundings_.notes)
+            logLine("GtkApplication : {}", note);
+        if (const auto& fault = surroundings_.sandbox->fault())
+            logLine("GtkApplication : no page is shown, every request fails: {}", *fault);
         if (!endRequested_)
             g_main_loop_run(mainLoop_.get());
         if (willTerminate_)
@@ -65,6 +88,7 @@ class GtkApplication final : public Application {
         return G_SOURCE_CONTINUE;
     }
 
+    Surroundings surroundings_;
     Builder builder_;
     MainLoop mainLoop_;
     GlibRunLoop runLoop_;
@@ -105,21 +129,81 @@ void applyLooks(const Resources& resources) {
     g_clear_error(&error);
 }
 
+// The libraries look for the display's authority in the home that was inherited.
+void nameAuthority() {
+    const char* home = getenv("HOME");
+    if (home && !getenv("XAUTHORITY"))
+        setenv("XAUTHORITY", (std::string(home) + "/.Xauthority").c_str(), 1);
+}
+
+tl::expected<std::unique_ptr<PrivateHome>, std::string> makeHome() {
+    const std::string& folder = systemPaths().runtimeDir;
+    if (prepareRuntimeFolder(folder))
+        return PrivateHome::make(folder);
+    // The service will say what is wrong with its folder.
+    return PrivateHome::make(std::filesystem::temp_directory_path());
+}
+
+void distrustPages(Surroundings& surroundings) {
+    GdkDisplay* display = gdk_display_get_default();
+    auto untrusted = UntrustedDisplay::make(display, surroundings.home->path());
+    if (!untrusted) {
+        surroundings.notes.push_back("pages can read what is typed at the greeter: " +
+                                     untrusted.error());
+        return;
+    }
+    surroundings.display = std::move(*untrusted);
+    if (displayIsOpen(display))
+        surroundings.notes.push_back(
+            "the display lets local programs in without an authority, pages could use that to read "
+            "what is typed at the greeter: start the X server with -auth, and see xhost");
+}
+
+// The toolkit takes them from a neighbour on the display otherwise, as paths if that likes.
+void settleThemes() {
+    g_object_set(gtk_settings_get_default(), "gtk-theme-name", "Adwaita", "gtk-icon-theme-name",
+                 "Adwaita", "gtk-cursor-theme-name", "Adwaita", "gtk-modules", "", nullptr);
+}
+
+// The toolkit's own handler ends with a failure, which a service manager would answer with an agent
+// anew, without a display. Nothing that needs the display can be done in order any more.
+int displayGone(Display*) {
+    logLine("GtkApplication : the display has gone, and so does the agent");
+    _exit(0);
+}
+
 }  // namespace
 
 tl::expected<std::unique_ptr<Application>, std::string> makeGtkApplication(
     const Resources& resources) {
     prepareGtkEnvironment();
+    Surroundings surroundings;
+    // Beside all that follows: it takes as long as the toolkit's own start.
+    surroundings.sandbox = std::make_unique<SandboxTrial>();
+    nameAuthority();
+    auto home = makeHome();
+    if (!home)
+        return Failure(home.error());
+    surroundings.home = std::move(*home);
+    if (geteuid() == 0)
+        surroundings.notes.push_back(
+            "runs as root, and so does the process that draws pages, whatever its sandbox: start "
+            "the agent as an account of its own");
+    if (!moduleGateHolds())
+        surroundings.notes.push_back("other clients of the display can have libraries loaded");
     gdk_set_allowed_backends("x11");
     if (!gtk_init_check(nullptr, nullptr)) {
         const char* display = g_getenv("DISPLAY");
         return Failure(fmt::format("cannot open the display \"{}\"", display ? display : ""));
     }
+    XSetIOErrorHandler(displayGone);
     auto builder = loadInterface(resources);
     if (!builder)
         return Failure(builder.error());
+    settleThemes();
     applyLooks(resources);
-    return std::make_unique<GtkApplication>(std::move(*builder));
+    distrustPages(surroundings);
+    return std::make_unique<GtkApplication>(std::move(*builder), std::move(surroundings));
 }
 
 }  // namespace quorl

@@ -13,6 +13,16 @@ constexpr int stripReach = 120;
 constexpr int smallestWidth = 320;
 constexpr int smallestHeight = 240;
 
+// What was copied or marked in the window; what another program holds is not ours to take.
+void forgetCopiedText(GtkWindow* window) {
+    for (const GdkAtom selection : {GDK_SELECTION_CLIPBOARD, GDK_SELECTION_PRIMARY}) {
+        // Whoever once asked us for a selection is known here as well.
+        GdkWindow* holder = gdk_selection_owner_get(selection);
+        if (holder && gdk_window_get_window_type(holder) != GDK_WINDOW_FOREIGN)
+            gtk_clipboard_clear(gtk_widget_get_clipboard(GTK_WIDGET(window), selection));
+    }
+}
+
 }  // namespace
 
 GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
@@ -20,7 +30,11 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
       content_(GTK_OVERLAY(gtk_builder_get_object(builder, "browserContent"))),
       strip_(GTK_WIDGET(gtk_builder_get_object(builder, "titleStrip"))),
       title_(GTK_LABEL(gtk_builder_get_object(builder, "titleLabel"))),
-      progressBar_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBar"))) {
+      progressBar_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBar"))),
+      idle_(window_, [this] {
+          if (delegate_)
+              delegate_->windowWasIdle();
+      }) {
     gtk_window_get_default_size(window_, &place_.width, &place_.height);
     GdkGeometry limits{};
     limits.min_width = smallestWidth;
@@ -40,8 +54,9 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
                                                "clicked", this);
     signals_.connect<&GtkBrowserWindow::zoom>(gtk_builder_get_object(builder, "zoomButton"),
                                               "clicked", this);
-    signals_.connect<&GtkBrowserWindow::monitorsChanged>(gtk_widget_get_screen(GTK_WIDGET(window_)),
-                                                         "monitors-changed", this);
+    for (const char* change : {"monitors-changed", "size-changed"})
+        signals_.connect<&GtkBrowserWindow::monitorsChanged>(
+            gtk_widget_get_screen(GTK_WIDGET(window_)), change, this);
 }
 
 GtkBrowserWindow::~GtkBrowserWindow() {
@@ -92,8 +107,10 @@ void GtkBrowserWindow::setFrame(const Rect& frame) {
 
 void GtkBrowserWindow::center() {
     const GdkRectangle monitor = loginMonitor();
-    place({monitor.x + (monitor.width - place_.width) / 2,
-           monitor.y + (monitor.height - place_.height) / 2, place_.width, place_.height});
+    const int width = std::min(place_.width, monitor.width);
+    const int height = std::min(place_.height, monitor.height);
+    place({monitor.x + (monitor.width - width) / 2, monitor.y + (monitor.height - height) / 2,
+           width, height});
 }
 
 void GtkBrowserWindow::place(const GdkRectangle& target) {
@@ -126,6 +143,7 @@ void GtkBrowserWindow::orderOut() {
     wantsFocus_ = false;
     focus_.giveBack();
     gtk_widget_hide(GTK_WIDGET(window_));
+    forgetCopiedText(window_);
 }
 
 void GtkBrowserWindow::close() {
@@ -231,8 +249,18 @@ gboolean GtkBrowserWindow::placeChild(GtkWidget* child, GdkRectangle* allocation
 }
 
 void GtkBrowserWindow::monitorsChanged() {
-    if (isVisible())
+    if (!isVisible())
+        return;
+    if (placeBeforeZoom_.width == 0) {
         center();
+        return;
+    }
+    const GdkRectangle area = loginWorkArea();
+    placeBeforeZoom_.width = std::min(placeBeforeZoom_.width, area.width);
+    placeBeforeZoom_.height = std::min(placeBeforeZoom_.height, area.height);
+    placeBeforeZoom_.x = area.x + (area.width - placeBeforeZoom_.width) / 2;
+    placeBeforeZoom_.y = area.y + (area.height - placeBeforeZoom_.height) / 2;
+    place(area);
 }
 
 }  // namespace quorl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "GlibSupport.h"
+#include "IdleWatch.h"
 #include "KeyboardFocus.h"
 #include "Window.h"
 
@@ -33,6 +34,9 @@ class GtkBrowserWindow final : public BrowserWindow {
     void center() override;
     void orderFrontRegardless() override;
     void makeKeyWindow() override;
+    void setIdleLimit(std::optional<std::chrono::milliseconds> limit) override {
+        idle_.setLimit(limit);
+    }
     void orderOut() override;
     void close() override;
     void layOut(const Rect& progressBar, const Rect& webView) override;
@@ -69,6 +73,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     guint32 lastTab_ = 0;        ///< the time stamp of the last Tab key
     std::optional<Point> drag_;  ///< where in the window the strip is held
     KeyboardFocus focus_;
+    IdleWatch idle_;
     SignalConnections signals_;
 };
 

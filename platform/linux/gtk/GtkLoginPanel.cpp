@@ -66,6 +66,7 @@ Rect GtkLoginPanel::frame() const {
 
 void GtkLoginPanel::showAt(const Rect& frame) {
     frame_ = frame;
+    rightMargin_ = screenSize().width - frame.origin.x - frame.size.width;
     place();
     gtk_window_set_keep_above(window_, TRUE);
     gtk_window_stick(window_);
@@ -152,8 +153,10 @@ void GtkLoginPanel::place() {
 }
 
 void GtkLoginPanel::monitorsChanged() {
-    if (gtk_widget_get_visible(GTK_WIDGET(window_)))
-        place();
+    if (!gtk_widget_get_visible(GTK_WIDGET(window_)))
+        return;
+    frame_.origin.x = std::max(0.0, screenSize().width - frame_.size.width - rightMargin_);
+    place();
 }
 
 gboolean GtkLoginPanel::drawBackground(cairo_t* drawing) {

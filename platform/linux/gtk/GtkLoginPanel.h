@@ -48,6 +48,7 @@ class GtkLoginPanel final : public LoginPanel {
     GtkLabel* label_;
     std::function<void()> linkAction_;
     Rect frame_;
+    double rightMargin_ = 0;  ///< kept when the screen changes
     OneShotTimer raise_;
     SignalConnections signals_;
 };

@@ -1,5 +1,7 @@
 #include "LoadTracker.h"
 
+#include "WebView.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -24,7 +26,7 @@ void LoadTracker::stopped() {
     }
 }
 
-LoadTracker::Policy LoadTracker::navigationAction(const std::string& url, bool isFormResubmission) {
+LoadTracker::Policy LoadTracker::navigationAction(const std::string& url, Action action) {
     const auto found = std::ranges::find(expected_, url, &Expected::url);
     if (found != expected_.end()) {
         purpose_ = found->purpose;
@@ -33,17 +35,19 @@ LoadTracker::Policy LoadTracker::navigationAction(const std::string& url, bool i
             return Policy::ignore;
         phase_ = Phase::decided;
         target_ = url;
-        if (purpose_ == Purpose::prelude)
+        if (prepares())
             return Policy::allow;
         startTold_ = std::exchange(repeating_, false);
         return startTold_ ? Policy::allow : Policy::ask;
     }
-    if (isFormResubmission && std::exchange(retrying_, false)) {
+    if (action.resubmitsForm && std::exchange(retrying_, false)) {
         unexplained_ = false;
         startTold_ = true;
         phase_ = Phase::decided;
         return Policy::allow;
     }
+    if (awaitsOwnPage() && !action.isRedirect)
+        return Policy::ignore;
     if (!superseded())
         target_ = url;
     return Policy::ask;
@@ -80,7 +84,7 @@ LoadTracker::Report LoadTracker::started() {
         own_ = stopped_ = refused_ = false;
         purpose_ = Purpose::page;
     }
-    if (purpose_ == Purpose::prelude || std::exchange(startTold_, false))
+    if (prepares() || std::exchange(startTold_, false))
         return Report::nothing;
     return Report::started;
 }
@@ -89,11 +93,11 @@ LoadTracker::Report LoadTracker::committed(const std::string& url) {
     if (superseded())
         return Report::nothing;
     phase_ = Phase::committed;
-    if (purpose_ == Purpose::prelude)
+    if (prepares())
         return Report::nothing;
     // A page that may not be asked for (a port that no page is served on) leaves a blank one
     // without a word.
-    if (url == blankPage && target_ != blankPage) {
+    if (url == blankPage && !isBlankPage(target_)) {
         swallowEnd_ = true;
         return ended(Report::failed);
     }
@@ -102,6 +106,8 @@ LoadTracker::Report LoadTracker::committed(const std::string& url) {
 
 LoadTracker::Report LoadTracker::finished() {
     if (std::exchange(swallowEnd_, false) || superseded() || phase_ != Phase::committed)
+        return Report::nothing;
+    if (purpose_ == Purpose::warmUp)
         return Report::nothing;
     return purpose_ == Purpose::prelude ? Report::preludeOver : Report::finished;
 }
@@ -112,6 +118,8 @@ LoadTracker::Report LoadTracker::failure(Failure kind, bool afterCommit) {
         return kind == Failure::cancellation && !afterCommit ? Report::cancelled : Report::nothing;
     if (purpose_ == Purpose::prelude && phase_ != Phase::idle)
         return Report::preludeOver;
+    if (purpose_ == Purpose::warmUp)
+        return ended(Report::nothing);
     if (afterCommit)
         return Report::failedAfterCommit;
     switch (kind) {

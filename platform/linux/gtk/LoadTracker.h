@@ -5,9 +5,6 @@
 
 namespace quorl {
 
-/// The page without content, which the agent alone loads.
-inline constexpr const char* blankPage = "about:blank";
-
 /// Makes sense of the engine's stream of load events: which belong to the load that was asked for
 /// last, which to one that it replaced, which to a step that only prepares it. The engine names
 /// none of them; but it asks for one policy decision per load that is handed to it, in order, and
@@ -18,6 +15,7 @@ class LoadTracker {
         page,
         form,     ///< a page with a body: its first attempt may fail and be repeated by the engine
         prelude,  ///< an empty page of the target's origin, before a form
+        warmUp,   ///< an empty page that nobody asked for
     };
     enum class Policy { ask, allow, ignore };
     enum class Report {
@@ -40,8 +38,13 @@ class LoadTracker {
     /// We stop whatever is loading. A load that has not started yet ends without a word.
     void stopped();
 
-    /// The engine asks whether to go to the URL (in any frame).
-    Policy navigationAction(const std::string& url, bool isFormResubmission);
+    struct Action {
+        bool resubmitsForm = false;
+        bool isRedirect = false;
+    };
+    /// The engine asks whether to go to the URL (in any frame). While a load of ours is awaited,
+    /// whatever a page begins beside it is ignored.
+    Policy navigationAction(const std::string& url, Action action);
     /// The delegate refused what was asked about. The engine says nothing more about it, unless it
     /// was a redirect.
     void refused(bool isRedirect);
@@ -63,8 +66,12 @@ class LoadTracker {
     /// from the page before.
     bool awaitsOwnPage() const { return own_ && phase_ != Phase::committed; }
     bool awaitsStart() const { return superseded(); }
-    /// The view shows, or is about to show, the empty page before a form.
-    bool preparing() const { return superseded() || (awaitsCommit() && isPrelude()); }
+    /// A page is on its way, and its start has been told.
+    bool underway() const { return phase_ == Phase::provisional && !prepares(); }
+    /// The view shows, or is about to show, an empty page that nobody asked for.
+    bool preparing() const {
+        return superseded() || (awaitsCommit() && prepares()) || purpose_ == Purpose::warmUp;
+    }
     bool awaitsCommit() const { return phase_ != Phase::committed && phase_ != Phase::idle; }
 
   private:
@@ -74,7 +81,7 @@ class LoadTracker {
         Purpose purpose;
     };
 
-    bool isPrelude() const { return purpose_ == Purpose::prelude; }
+    bool prepares() const { return purpose_ == Purpose::prelude || purpose_ == Purpose::warmUp; }
     void end();
     Report ended(Report report);
     /// Events belong to a load that is history.

@@ -4,6 +4,10 @@
 
 #include <gtk/gtk.h>
 
+#include <algorithm>
+#include <initializer_list>
+#include <string_view>
+
 namespace quorl {
 namespace {
 
@@ -25,6 +29,20 @@ constexpr const char* guardScript = R"js((() => {
 
 constexpr const char* guardWorld = "QUORLLoginAgentGuard";
 
+constexpr guint smallestOwnText = 14;
+constexpr std::chrono::seconds inputEffect{1};
+
+using Features = Handle<WebKitFeatureList, webkit_feature_list_unref>;
+
+void turnOff(WebKitSettings* settings, std::initializer_list<std::string_view> names) {
+    const Features all(webkit_settings_get_all_features());
+    for (gsize i = 0; i < webkit_feature_list_get_length(all.get()); ++i) {
+        WebKitFeature* feature = webkit_feature_list_get(all.get(), i);
+        if (std::ranges::find(names, webkit_feature_get_identifier(feature)) != names.end())
+            webkit_settings_set_feature_enabled(settings, feature, FALSE);
+    }
+}
+
 }  // namespace
 
 Lockdown::Lockdown(WebKitWebView* view) {
@@ -35,6 +53,8 @@ Lockdown::Lockdown(WebKitWebView* view) {
     signals_.connect<&Lockdown::newWindow>(view, "create", this);
     signals_.connect<&Lockdown::print>(view, "print", this);
     signals_.connect<&Lockdown::fileChooser>(view, "run-file-chooser", this);
+    signals_.connect<&Lockdown::colorChooser>(view, "run-color-chooser", this);
+    signals_.connect<&Lockdown::inputArrives>(view, "event", this);
     signals_.connect<&Lockdown::permission>(view, "permission-request", this);
     signals_.connect<&Lockdown::scriptDialog>(view, "script-dialog", this);
     signals_.connect<&Lockdown::authenticate>(view, "authenticate", this);
@@ -61,9 +81,24 @@ GObjectHandle<WebKitSettings> Lockdown::settings() {
     webkit_settings_set_allow_file_access_from_file_urls(all, FALSE);
     webkit_settings_set_allow_universal_access_from_file_urls(all, FALSE);
     webkit_settings_set_enable_smooth_scrolling(all, FALSE);
-    // The error box is set in 10 px, which nobody reads from where they stand.
-    webkit_settings_set_minimum_font_size(all, 14);
+    // Nothing that a sign-in needs, and much of what attacks on browsers went through.
+    webkit_settings_set_enable_media(all, FALSE);
+    webkit_settings_set_enable_mediasource(all, FALSE);
+    webkit_settings_set_enable_encrypted_media(all, FALSE);
+    webkit_settings_set_enable_media_capabilities(all, FALSE);
+    webkit_settings_set_enable_webaudio(all, FALSE);
+    webkit_settings_set_enable_webrtc(all, FALSE);
+    turnOff(all, {"DNSPrefetchingEnabled", "GamepadsEnabled", "HyperlinkAuditingEnabled",
+                  "LinkPrefetchEnabled", "NotificationsEnabled", "PDFJSViewerEnabled",
+                  "PeerConnectionEnabled", "PushAPIEnabled", "SpeechRecognitionEnabled",
+                  "SpeechSynthesisAPIEnabled"});
     return settings;
+}
+
+void Lockdown::fitTextSize(WebKitWebView* view, bool ownPage) {
+    // The error box is set in 10 px.
+    webkit_settings_set_minimum_font_size(webkit_web_view_get_settings(view),
+                                          ownPage ? smallestOwnText : 0);
 }
 
 void Lockdown::addGuardScript(WebKitUserContentManager* content) {
@@ -85,6 +120,35 @@ gboolean Lockdown::print(gpointer) {
 gboolean Lockdown::fileChooser(WebKitFileChooserRequest* request) {
     webkit_file_chooser_request_cancel(request);
     return TRUE;
+}
+
+gboolean Lockdown::colorChooser(WebKitColorChooserRequest* request) {
+    webkit_color_chooser_request_cancel(request);
+    return TRUE;
+}
+
+gboolean Lockdown::inputArrives(GdkEvent* event) {
+    switch (gdk_event_get_event_type(event)) {
+        case GDK_KEY_PRESS:
+        case GDK_BUTTON_PRESS:
+        case GDK_BUTTON_RELEASE:
+        case GDK_TOUCH_END:
+            lastInput_ = std::chrono::steady_clock::now();
+            break;
+        default:  // one of the toolkit's forty others
+            return GDK_EVENT_PROPAGATE;
+    }
+    // The keys that open the toolkit's chooser of pictographs, in any text field.
+    guint key = 0;
+    GdkModifierType held{};
+    gdk_event_get_keyval(event, &key);
+    gdk_event_get_state(event, &held);
+    const bool chooser = key == GDK_KEY_period || key == GDK_KEY_semicolon;
+    return chooser && (held & GDK_CONTROL_MASK) ? GDK_EVENT_STOP : GDK_EVENT_PROPAGATE;
+}
+
+bool Lockdown::somebodyActs() const {
+    return std::chrono::steady_clock::now() - lastInput_ < inputEffect;
 }
 
 gboolean Lockdown::permission(WebKitPermissionRequest* request) {

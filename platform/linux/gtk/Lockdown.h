@@ -4,6 +4,8 @@
 
 #include <webkit2/webkit2.h>
 
+#include <chrono>
+
 namespace quorl {
 
 /// Closes what could lead from a page out of the window, or show something that is not the page:
@@ -15,12 +17,19 @@ class Lockdown {
 
     /// Settings of a view that are right for a login screen.
     static GObjectHandle<WebKitSettings> settings();
+    /// Our own pages are set in sizes that nobody reads from where they stand; others keep theirs.
+    static void fitTextSize(WebKitWebView* view, bool ownPage);
     /// The script that keeps file inputs and dragging out of every page.
     static void addGuardScript(WebKitUserContentManager* content);
+
+    /// A key or button has been pressed just now: no script did what follows.
+    bool somebodyActs() const;
 
   private:
     gboolean contextMenu(gpointer, gpointer, gpointer);
     gboolean print(gpointer);
+    gboolean colorChooser(WebKitColorChooserRequest* request);
+    gboolean inputArrives(GdkEvent* event);
     gboolean fileChooser(WebKitFileChooserRequest* request);
     gboolean permission(WebKitPermissionRequest* request);
     gboolean scriptDialog(WebKitScriptDialog* dialog);
@@ -30,6 +39,7 @@ class Lockdown {
     GtkWidget* newWindow(gpointer);
     void download(WebKitDownload* download);
 
+    std::chrono::steady_clock::time_point lastInput_;
     SignalConnections signals_;
 };
 

@@ -1,5 +1,11 @@
 #include "SessionState.h"
 
+#include "Wipe.h"
+
+#include <string.h>
+
+#include <memory>
+
 namespace quorl {
 namespace {
 
@@ -13,8 +19,20 @@ gint64 nextSequence() {
     return ++sequence;
 }
 
+// The copy is wiped with its variant.
+GVariant* wipedBytes(const std::string& content) {
+    auto kept = std::make_unique<std::string>(content);
+    const char* data = kept->data();
+    const auto free = [](gpointer text) {
+        const std::unique_ptr<std::string> owned(static_cast<std::string*>(text));
+        wipe(*owned);
+    };
+    return g_variant_new_from_data(G_VARIANT_TYPE_BYTESTRING, data, content.size(), TRUE, free,
+                                   kept.release());
+}
+
 GVariant* bodyElement(const std::string& body) {
-    GVariant* bytes = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, body.data(), body.size(), 1);
+    GVariant* bytes = wipedBytes(body);
     GVariant* noLength = g_variant_new_maybe(G_VARIANT_TYPE_INT64, nullptr);
     GVariant* noTime = g_variant_new_maybe(G_VARIANT_TYPE_DOUBLE, nullptr);
     return g_variant_new("(u@aysx@mx@mds)", elementIsData, bytes, "", gint64{0}, noLength, noTime,
@@ -44,6 +62,11 @@ GVariant* frame(const HistoryPage& page) {
 }
 
 }  // namespace
+
+void wipeState(GVariant* state) {
+    // Its own memory, which nobody but its owner reads.
+    explicit_bzero(const_cast<gpointer>(g_variant_get_data(state)), g_variant_get_size(state));
+}
 
 GVariant* sessionStateOf(const HistoryPage& page) {
     GVariant* items[] = {

@@ -25,4 +25,7 @@ struct HistoryPage {
 /// or the engine would take two for the same document and send nothing.
 GVariant* sessionStateOf(const HistoryPage& page);
 
+/// Overwrites the state, once the engine has read it: bodies hold passwords.
+void wipeState(GVariant* state);
+
 }  // namespace quorl

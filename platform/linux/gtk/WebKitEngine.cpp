@@ -2,6 +2,7 @@
 
 #include "Lockdown.h"
 #include "Log.h"
+#include "SystemPaths.h"
 
 #include <filesystem>
 #include <string_view>
@@ -11,18 +12,16 @@ namespace {
 
 constexpr const char* extensionFile = "libquorl-page-headers.so";
 
-// The same place beside the executable's folder, in the build tree and installed.
 std::filesystem::path extensionFolder() {
-    std::error_code error;
-    const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
-    return executable.parent_path().parent_path() / "lib" / "QUORLLoginAgent" / "web-extension";
+    return std::filesystem::path(installationPrefix()) / "lib" / "QUORLLoginAgent" /
+           "web-extension";
 }
 
 GObjectHandle<WebKitWebContext> makeContext(CertificatePolicy certificates) {
     const GObjectHandle<WebKitWebsiteDataManager> data(webkit_website_data_manager_new_ephemeral());
     webkit_website_data_manager_set_tls_errors_policy(
-        data.get(), certificates == CertificatePolicy::acceptAny ? WEBKIT_TLS_ERRORS_POLICY_IGNORE
-                                                                 : WEBKIT_TLS_ERRORS_POLICY_FAIL);
+        data.get(), certificates == CertificatePolicy::allowAny ? WEBKIT_TLS_ERRORS_POLICY_IGNORE
+                                                                : WEBKIT_TLS_ERRORS_POLICY_FAIL);
     GObjectHandle<WebKitWebContext> context(
         webkit_web_context_new_with_website_data_manager(data.get()));
     webkit_web_context_set_cache_model(context.get(), WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
@@ -42,10 +41,27 @@ GObjectHandle<WebKitWebContext> makeContext(CertificatePolicy certificates) {
 }  // namespace
 
 WebKitEngine::WebKitEngine(CertificatePolicy certificates, const std::string& channel)
-    : channel_(channel),
-      context_(makeContext(certificates)),
-      content_(webkit_user_content_manager_new()) {
+    : channel_(channel), context_(makeContext(certificates)) {
     installExtension();
+    makeView();
+}
+
+WebKitEngine::~WebKitEngine() {
+    destroyView();
+}
+
+void WebKitEngine::endPage() {
+    webkit_web_view_terminate_web_process(view_.get());
+}
+
+void WebKitEngine::renewView() {
+    endPage();
+    destroyView();
+    makeView();
+}
+
+void WebKitEngine::makeView() {
+    content_.reset(webkit_user_content_manager_new());
     Lockdown::addGuardScript(content_.get());
     const auto settings = Lockdown::settings();
     view_.reset(WEBKIT_WEB_VIEW(g_object_ref_sink(
@@ -53,7 +69,7 @@ WebKitEngine::WebKitEngine(CertificatePolicy certificates, const std::string& ch
                      content_.get(), "settings", settings.get(), nullptr))));
 }
 
-WebKitEngine::~WebKitEngine() {
+void WebKitEngine::destroyView() {
     webkit_user_content_manager_unregister_script_message_handler(content_.get(), channel_.c_str());
     gtk_widget_destroy(GTK_WIDGET(view_.get()));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CertificatePolicy.h"
 #include "GlibSupport.h"
 
 #include <webkit2/webkit2.h>
@@ -8,10 +9,8 @@
 
 namespace quorl {
 
-enum class CertificatePolicy { verify, acceptAny };
-
-/// One view of the engine with the context that is its alone. Making it starts the engine's
-/// processes. Nothing that pages store outlives it.
+/// A session of the engine, with one view at a time. Making it starts the engine's processes.
+/// Nothing that pages store outlives it.
 class WebKitEngine {
   public:
     /// Pages post messages on the channel of that name.
@@ -19,6 +18,12 @@ class WebKitEngine {
     ~WebKitEngine();
     WebKitEngine(const WebKitEngine&) = delete;
     WebKitEngine& operator=(const WebKitEngine&) = delete;
+
+    /// Ends the process that draws the page, whatever it is doing.
+    void endPage();
+    /// A fresh view in the place of the present one, whose page, process and history end; the
+    /// session's cookies stay.
+    void renewView();
 
     WebKitWebView* view() const { return view_.get(); }
     WebKitUserContentManager* content() const { return content_.get(); }
@@ -29,6 +34,8 @@ class WebKitEngine {
 
   private:
     void installExtension();
+    void makeView();
+    void destroyView();
 
     std::string channel_;
     std::string headersSecret_;

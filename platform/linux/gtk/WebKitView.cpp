@@ -4,6 +4,7 @@
 #include "Log.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace quorl {
 namespace {
@@ -34,23 +35,34 @@ WebKitView::WebKitView(WebViewConfiguration configuration, Surroundings surround
     : configuration_(std::move(configuration)), surroundings_(std::move(surroundings)) {}
 
 WebKitView::~WebKitView() {
-    signals_.disconnectAll();
-    if (engine_ && surroundings_.window)
-        surroundings_.window->setWebWidget(nullptr);
+    if (engine_)
+        disconnectView();
 }
 
-bool WebKitView::startEngine() {
+void WebKitView::startEngine() {
+    warming_.reset();
     if (engine_)
-        return true;
+        return;
     const auto certificates =
         delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::serverTrust) ==
                 ChallengeAnswer::useCredential
-            ? CertificatePolicy::acceptAny
-            : CertificatePolicy::verify;
+            ? CertificatePolicy::allowAny
+            : CertificatePolicy::restrict;
     engine_.emplace(certificates, configuration_.scriptMessageHandlerName);
+    cookies_.emplace(engine_->cookies(), surroundings_.supportDirectory + "/cookies.json");
+    connectView();
+}
+
+void WebKitView::disconnectView() {
+    signals_.disconnectAll();
+    lockdown_.reset();
+    if (surroundings_.window)
+        surroundings_.window->setWebWidget(nullptr);
+}
+
+void WebKitView::connectView() {
     WebKitWebView* view = engine_->view();
     lockdown_.emplace(view);
-    cookies_.emplace(engine_->cookies(), surroundings_.supportDirectory + "/cookies.json");
 
     signals_.connect<&WebKitView::decidePolicy>(view, "decide-policy", this);
     signals_.connect<&WebKitView::loadChanged>(view, "load-changed", this);
@@ -68,11 +80,10 @@ bool WebKitView::startEngine() {
         installUserScript(source);
     if (surroundings_.window)
         surroundings_.window->setWebWidget(GTK_WIDGET(view));
-    return true;
 }
 
 void WebKitView::evaluateJavaScript(const std::string& script, ScriptCompletion completion) {
-    if (!engine_) {
+    if (!used_ || due_ != Renewal::none) {
         if (completion)
             runSoon([completion = std::move(completion)] { completion(tl::unexpected(noPage)); });
         return;
@@ -137,6 +148,29 @@ void WebKitView::deleteCookie(const Cookie& cookie, std::function<void()> comple
         cookies_->remove(cookie, std::move(completion));
     else if (completion)
         runSoon(std::move(completion));
+}
+
+bool WebKitView::saveCookies(std::chrono::milliseconds limit) {
+    if (!cookiesRestored_)
+        return true;
+    bool saved = false, late = false;
+    OneShotTimer timer;
+    timer.start(limit, [&late] { late = true; });
+    const auto waiting = std::make_shared<bool*>(&saved);
+    cookies_->save([waiting] {
+        if (*waiting)
+            **waiting = true;
+    });
+    savingCookies_ = true;
+    while (!saved && !late)
+        g_main_context_iteration(nullptr, TRUE);
+    savingCookies_ = false;
+    if (saved && std::exchange(renewalHeldBack_, false))
+        runSoon([this] { finishRenewal(); });
+    *waiting = nullptr;  // the answer may still come
+    if (!saved)
+        logLine("WebKitView : the cookies did not come in time and are kept as they were");
+    return saved;
 }
 
 void WebKitView::setAllowsBackForwardNavigationGestures(bool allowed) {

@@ -2,14 +2,27 @@
 #include "Log.h"
 #include "WebKitView.h"
 
+#include <string.h>
+
 namespace quorl {
 namespace {
 
 // A load that replaces another follows within milliseconds.
 constexpr std::chrono::milliseconds explanationDelay{250};
+// A page that is not busy answers at once.
+constexpr std::chrono::seconds hangLimit{5};
 // The engine cancels a handshake by itself: at once over a certificate that it refuses, sometimes
 // without saying so; after ten seconds when the other end says nothing.
 constexpr std::chrono::seconds longestRefusal{5};
+
+bool isFilePage(const std::string& url) {
+    return url.starts_with("file:");
+}
+
+// The page without content, where error texts show, and the offline page.
+bool isOwnPage(const std::string& url) {
+    return isBlankPage(url) || isFilePage(url);
+}
 
 std::string text(const char* value) {
     return value ? value : "";
@@ -32,7 +45,24 @@ LoadTracker::Failure failureKind(const GError& error) {
 
 }  // namespace
 
+// What starts on a page rather than with us, and must not: the blank page shows error texts, whose
+// markup is nobody's page, so only somebody's own click leads on; and what was posted once is not
+// posted again by going back.
+bool WebKitView::isForeign(WebKitNavigationAction* action) const {
+    const auto type = webkit_navigation_action_get_navigation_type(action);
+    if (isBlankPage(committedURL_))
+        return type != WEBKIT_NAVIGATION_TYPE_LINK_CLICKED || !lockdown_->somebodyActs();
+    const char* method =
+        webkit_uri_request_get_http_method(webkit_navigation_action_get_request(action));
+    return type == WEBKIT_NAVIGATION_TYPE_FORM_RESUBMITTED ||
+           (type == WEBKIT_NAVIGATION_TYPE_BACK_FORWARD && g_strcmp0(method, "POST") == 0);
+}
+
 gboolean WebKitView::decidePolicy(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type) {
+    if (due_ != Renewal::none) {
+        webkit_policy_decision_ignore(decision);
+        return TRUE;
+    }
     switch (type) {
         case WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION:
             decideNavigation(decision);
@@ -53,16 +83,22 @@ void WebKitView::decideNavigation(WebKitPolicyDecision* decision) {
         WEBKIT_NAVIGATION_POLICY_DECISION(decision));
     const std::string url =
         text(webkit_uri_request_get_uri(webkit_navigation_action_get_request(action)));
-    const bool resubmits = webkit_navigation_action_get_navigation_type(action) ==
-                           WEBKIT_NAVIGATION_TYPE_FORM_RESUBMITTED;
+    const LoadTracker::Action seen{
+        .resubmitsForm = webkit_navigation_action_get_navigation_type(action) ==
+                         WEBKIT_NAVIGATION_TYPE_FORM_RESUBMITTED,
+        .isRedirect = webkit_navigation_action_is_redirect(action) != FALSE};
     // The delegate may load something else from inside, and the engine takes that in good part.
     bool allowed = false;
-    switch (tracker_.navigationAction(url, resubmits)) {
+    switch (tracker_.navigationAction(url, seen)) {
         case LoadTracker::Policy::ask:
+            if (!tracker_.awaitsOwnPage() && !seen.isRedirect && isForeign(action)) {
+                logLine("WebKitView : a navigation that nobody asked for is refused");
+                break;
+            }
             explainCancellation();
             allowed = delegate().decidePolicyForNavigationAction(url) == NavigationDecision::allow;
             if (!allowed)
-                tracker_.refused(webkit_navigation_action_is_redirect(action));
+                tracker_.refused(seen.isRedirect);
             break;
         case LoadTracker::Policy::allow:
             unexplained_.stop();
@@ -71,7 +107,9 @@ void WebKitView::decideNavigation(WebKitPolicyDecision* decision) {
         case LoadTracker::Policy::ignore:
             break;
     }
-    if (allowed)
+    if (seen.isRedirect)
+        answer(decision, allowed);
+    else if (allowed)
         webkit_policy_decision_use(decision);
     else
         webkit_policy_decision_ignore(decision);
@@ -79,10 +117,23 @@ void WebKitView::decideNavigation(WebKitPolicyDecision* decision) {
         timer_.stop();
 }
 
+// Cookies that were given for one request are gone before anything else can send or read them.
+void WebKitView::answer(WebKitPolicyDecision* decision, bool allowed) {
+    const auto decide = allowed ? webkit_policy_decision_use : webkit_policy_decision_ignore;
+    if (!cookies_->holdsRequestCookies() || tracker_.preparing()) {
+        decide(decision);
+        return;
+    }
+    const std::shared_ptr<WebKitPolicyDecision> kept(retained(decision));
+    cookies_->dropRequestCookies([kept, decide] { decide(kept.get()); });
+}
+
 void WebKitView::decideResponse(WebKitPolicyDecision* decision) {
     auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);
+    if (webkit_response_policy_decision_is_main_frame_main_resource(response))
+        bytesArrived();
     if (webkit_response_policy_decision_is_mime_type_supported(response)) {
-        webkit_policy_decision_use(decision);
+        answer(decision, true);
         return;
     }
     logLine("WebKitView : a download is refused");
@@ -93,22 +144,33 @@ void WebKitView::decideResponse(WebKitPolicyDecision* decision) {
     webkit_policy_decision_ignore(decision);
 }
 
+void WebKitView::bytesArrived() {
+    if (timer_.running() && !tracker_.awaitsOwnPage())
+        startTimer(configuration_.pagePatience);
+}
+
 void WebKitView::loadChanged(WebKitLoadEvent event) {
+    if (due_ != Renewal::none)
+        return;
     LoadTracker::Report report = LoadTracker::Report::nothing;
     switch (event) {
         case WEBKIT_LOAD_STARTED:
             explainCancellation();
             startedAt_ = std::chrono::steady_clock::now();
             report = tracker_.started();
-            if (tracker_.awaitsCommit() && !timer_.running())
-                startTimer();
+            if (tracker_.awaitsCommit() && !tracker_.preparing() && !timer_.running())
+                startTimer(configuration_.pagePatience);
             break;
         case WEBKIT_LOAD_REDIRECTED:
+            bytesArrived();
             break;
         case WEBKIT_LOAD_COMMITTED:
             committedURL_ = currentURL();
             report = tracker_.committed(committedURL_);
             diedSinceCommit_ = false;
+            if (report == LoadTracker::Report::committed && !isFilePage(committedURL_))
+                pageLives_ = true;
+            Lockdown::fitTextSize(engine_->view(), isOwnPage(committedURL_));
             break;
         case WEBKIT_LOAD_FINISHED:
             report = tracker_.finished();
@@ -119,6 +181,8 @@ void WebKitView::loadChanged(WebKitLoadEvent event) {
 }
 
 gboolean WebKitView::loadFailed(WebKitLoadEvent event, const char* url, GError* error) {
+    if (due_ != Renewal::none)
+        return TRUE;
     const bool afterCommit = event == WEBKIT_LOAD_COMMITTED || event == WEBKIT_LOAD_FINISHED;
     handshakeCancelled_ = g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
     certificateSuspected_ = handshakeCancelled_ && text(url).starts_with("https:") &&
@@ -132,6 +196,8 @@ gboolean WebKitView::loadFailed(WebKitLoadEvent event, const char* url, GError* 
 
 gboolean WebKitView::certificateRefused(const char* url, GTlsCertificate* certificate,
                                         GTlsCertificateFlags faults) {
+    if (due_ != Renewal::none)
+        return TRUE;
     const int code = certificateErrorCode(faults, isSelfSigned(certificate));
     deliver(tracker_.failure(LoadTracker::Failure::other, false),
             {.code = code, .description = certificateErrorDescription(code, text(url))});
@@ -139,8 +205,10 @@ gboolean WebKitView::certificateRefused(const char* url, GTlsCertificate* certif
 }
 
 void WebKitView::deliver(LoadTracker::Report report, const LoadError& error) {
-    if (!tracker_.awaitsCommit())
+    if (!tracker_.awaitsCommit()) {
         timer_.stop();
+        hanging_.stop();
+    }
     switch (report) {
         case LoadTracker::Report::nothing:
             break;
@@ -201,27 +269,38 @@ void WebKitView::giveUp(LoadError error) {
     delegate().didFailProvisionalNavigation(error);
 }
 
-void WebKitView::startTimer() {
-    timer_.start(request_.timeout, [this] { timeIsUp(); });
+void WebKitView::startTimer(std::chrono::seconds limit) {
+    limit_ = limit;
+    timer_.start(limit, [this] { timeIsUp(); });
 }
 
 void WebKitView::timeIsUp() {
-    logLine("WebKitView : the page did not come within {} s", request_.timeout.count());
+    logLine("WebKitView : timed out, the page did not come within {} s", limit_.count());
     const bool started = !tracker_.awaitsStart();
     timedOut_ = true;
     stopLoading();
-    if (!started)
-        delegate().didFailProvisionalNavigation(
-            {.code = LoadErrorCode::timedOut, .description = "The request timed out"});
+    const LoadError error{.code = LoadErrorCode::timedOut, .description = "The request timed out"};
+    if (!started) {
+        delegate().didFailProvisionalNavigation(error);
+        return;
+    }
+    hanging_.start(hangLimit, [this, error] {
+        logLine("WebKitView : the page's process does not respond and is ended");
+        tracker_.reset();
+        pageLives_ = true;
+        delegate().didFailProvisionalNavigation(error);
+    });
 }
 
 void WebKitView::progressChanged(GParamSpec*) {
-    if (!tracker_.preparing())
+    if (due_ == Renewal::none && !tracker_.preparing())
         delegate().estimatedProgressChanged(
             webkit_web_view_get_estimated_load_progress(engine_->view()));
 }
 
 void WebKitView::processTerminated(WebKitWebProcessTerminationReason) {
+    if (due_ != Renewal::none)
+        return;
     logLine("WebKitView : the web process has ended");
     ++generation_;
     tracker_.reset();
@@ -235,12 +314,12 @@ void WebKitView::processTerminated(WebKitWebProcessTerminationReason) {
 }
 
 void WebKitView::messageReceived(WebKitJavascriptResult* result) {
-    if (tracker_.awaitsOwnPage()) {
+    if (tracker_.awaitsOwnPage() || due_ != Renewal::none) {
         logLine("WebKitView : a message of the page before is dropped");
         return;
     }
     // Nobody's page: what speaks there is a script in an error text.
-    if (committedURL_ == blankPage) {
+    if (isBlankPage(committedURL_)) {
         logLine("WebKitView : a message of the blank page is dropped");
         return;
     }
@@ -251,8 +330,12 @@ void WebKitView::messageReceived(WebKitJavascriptResult* result) {
         gsize size = 0;
         const auto* data = static_cast<const char*>(g_bytes_get_data(bytes.get(), &size));
         body.emplace(data ? data : "", size);
+        // A copy for us alone, of what may be a code or a key.
+        if (data)
+            explicit_bzero(const_cast<char*>(data), size);
     }
-    delegate().didReceiveScriptMessage(configuration_.scriptMessageHandlerName, body);
+    delegate().didReceiveScriptMessage(configuration_.scriptMessageHandlerName, body,
+                                       {.pageURL = committedURL_});
 }
 
 }  // namespace quorl

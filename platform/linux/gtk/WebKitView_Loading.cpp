@@ -59,7 +59,7 @@ std::string escaped(const std::string& text) {
 
 void WebKitView::loadRequest(const PageRequest& request) {
     // Nothing has been shown and nobody looks: the view is as blank as it can be.
-    if (!engine_ && request.url == blankPage &&
+    if (!used_ && request.url == blankPage &&
         !(surroundings_.window && surroundings_.window->isVisible()))
         return;
     if (!g_uri_is_valid(request.url.c_str(), G_URI_FLAGS_NONE, nullptr)) {
@@ -78,14 +78,35 @@ void WebKitView::loadFile(const std::string& path) {
 }
 
 void WebKitView::load(PageRequest request) {
-    startEngine();
-    request_ = std::move(request);
     ++generation_;
+    if (pageLives_ || tracker_.underway()) {
+        if (tracker_.underway())
+            runSoon([this] {
+                delegate().didFailProvisionalNavigation(
+                    {.code = LoadErrorCode::cancelled,
+                     .description = "Another page was asked for"});
+            });
+        require(Renewal::view);
+    }
+    if (cookies_)
+        cookies_->dropRequestCookies(nullptr);
+    request_ = std::move(request);
     unexplained_.stop();
+    hanging_.stop();
     timedOut_ = false;
     handshakes_ = 0;
     tracker_.requested();
-    startTimer();
+    startTimer(request_.timeout);
+    loadWaits_ = true;
+    proceed();
+}
+
+void WebKitView::proceed() {
+    if (due_ != Renewal::none)
+        return;
+    loadWaits_ = false;
+    startEngine();
+    used_ = true;
     afterCookies([this] { begin(); });
 }
 
@@ -101,13 +122,17 @@ void WebKitView::afterCookies(std::function<void()> step) {
         else
             current();
     };
+    restoreCookies(std::move(withRequestCookies));
+}
+
+void WebKitView::restoreCookies(std::function<void()> done) {
     if (cookiesRestored_) {
-        withRequestCookies();
+        done();
         return;
     }
-    cookies_->restore([this, withRequestCookies = std::move(withRequestCookies)] {
+    cookies_->restore([this, done = std::move(done)] {
         cookiesRestored_ = true;
-        withRequestCookies();
+        done();
     });
 }
 
@@ -160,6 +185,7 @@ bool WebKitView::restore(const HistoryPage& page, LoadTracker::Purpose purpose) 
     const Handle<GVariant, g_variant_unref> state(sessionStateOf(page));
     const Bytes bytes(g_variant_get_data_as_bytes(state.get()));
     WebKitWebViewSessionState* session = webkit_web_view_session_state_new(bytes.get());
+    wipeState(state.get());
     if (!session)
         return false;
     webkit_web_view_restore_session_state(engine_->view(), session);
@@ -216,9 +242,10 @@ std::string WebKitView::sealedHeaders() const {
 }
 
 void WebKitView::stopLoading() {
-    if (!engine_)
+    if (!used_)
         return;
     ++generation_;
+    loadWaits_ = false;
     unexplained_.stop();
     if (tracker_.takeUnexplained())
         tracker_.givenUp();

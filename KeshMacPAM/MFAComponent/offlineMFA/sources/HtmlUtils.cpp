@@ -44,6 +44,10 @@ void HtmlUtils::insertAdjacentHTML(std::string_view id, std::string_view where,
 
 void HtmlUtils::radioSelected(std::string_view group,
                               std::function<void(std::optional<std::string>)> completion) {
+    if (!attached_) {
+        completion(std::nullopt);
+        return;
+    }
     webView_.evaluateJavaScript(
         fmt::format("document.querySelector('input[name=\"{}\"]:checked').value;", group),
         [completion = std::move(completion)](ScriptResult result) {
@@ -58,6 +62,8 @@ void HtmlUtils::radioSelected(std::string_view group,
 }
 
 void HtmlUtils::executeScript(const std::string& script) {
+    if (!attached_)
+        return;
     webView_.evaluateJavaScript(script, [](const ScriptResult& result) {
         if (!result)
             logLine("HtmlUtil::executeScript: script execution failed with error: {}",
@@ -66,6 +72,8 @@ void HtmlUtils::executeScript(const std::string& script) {
 }
 
 void HtmlUtils::loadFromResource(std::string_view name, std::string_view type) {
+    if (!attached_)
+        return;
     const std::optional<std::string> path = resources_.pathForResource(name, type);
     logLine("HtmlUtil::loadFromResource: resource path : {}", path);
     if (!path) {
@@ -79,7 +87,8 @@ void HtmlUtils::loadFromResource(std::string_view name, std::string_view type) {
 }
 
 void HtmlUtils::closeWindow() {
-    browserWindow_.close();
+    if (attached_)
+        browserWindow_.close();
 }
 
 std::string HtmlUtils::getStringFromResource(std::string_view name, std::string_view type) const {

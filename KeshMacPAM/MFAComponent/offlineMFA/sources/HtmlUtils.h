@@ -17,7 +17,11 @@ namespace quorl {
 /// view and window must outlive it.
 class HtmlUtils {
   public:
-    HtmlUtils(WebView& webView, BrowserWindow& window, const Resources& resources = mainBundle());
+    HtmlUtils(WebView& webView, BrowserWindow& window, const Resources& resources);
+
+    /// View and window belong to somebody else from now on: nothing reaches them any more, however
+    /// late an answer of the page comes.
+    void detach() { attached_ = false; }
 
     void setValueAttribute(std::string_view id, std::string_view value);
     void setSrcAttribute(std::string_view id, std::string_view value);
@@ -36,6 +40,7 @@ class HtmlUtils {
     WebView& webView_;
     BrowserWindow& browserWindow_;
     const Resources& resources_;
+    bool attached_ = true;
 };
 
 }  // namespace quorl

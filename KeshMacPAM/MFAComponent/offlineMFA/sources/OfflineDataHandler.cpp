@@ -1,59 +1,42 @@
 #include "OfflineDataHandler.h"
 
-#include "AtomicFile.h"
-#include "ConfigParser.h"
-#include "CryptoUtils.h"
 #include "Log.h"
+#include "OfflineDataJSONManipulator.h"
 #include "StoreFile.h"
-#include "StoreJSON.h"
+#include "StoreKey.h"
 #include "SystemPaths.h"
 
 #include <algorithm>
-#include <filesystem>
+#include <limits>
 
 namespace quorl {
 namespace {
 
-constexpr std::size_t largestKeyFile = std::size_t{64} << 10;
+constexpr const char* syncTimeKey = "LAST_SYNC_TIME";
 
-// The key is the first 32 characters of the base64 text, not the bytes the text stands for: so
-// are the files that exist already.
-ByteView cipherKey(std::string_view base64) {
-    return asBytes(base64.substr(0, 32));
+std::int64_t syncTime(const Value& record) {
+    return integerValue(record, syncTimeKey);
 }
 
-using Cipher = std::optional<Bytes> (*)(ByteView, ByteView, ByteView);
-
-// Encrypts or decrypts under the key that the agent access key gives.
-std::optional<Bytes> runWithAccessKey(Cipher run, ByteView input) {
-    std::string accessKey = configText(getProductConfig(getConfigFilePath()), "ACCESS_KEY");
-    const WipeAtExit accessKeyWiped(accessKey);
-    auto derived = generateAESKeyFromInput(accessKey);
-    if (!derived)
-        return std::nullopt;
-    const WipeAtExit derivedWiped(*derived);
-    return run(input, cipherKey(*derived), iv);
+std::int64_t nextTime(std::int64_t time) {
+    return time == std::numeric_limits<std::int64_t>::max() ? 0 : time + 1;
 }
 
-std::optional<Bytes> runWithDEK(Cipher run, ByteView input, std::string_view operation) {
-    auto dek = OfflineDataHandler::getDataEncryptionKey();
-    if (!dek) {
-        logLine("{} :: Error while getting dekey", operation);
-        return std::nullopt;
-    }
-    const WipeAtExit wiped(*dek);
-    return run(input, cipherKey(*dek), iv);
+/// Reads the file, changes it and writes it, all under the lock; the change tells by false that
+/// there is nothing to write.
+template <class Change>
+bool changeStore(Change change) {
+    const StoreLock lock;
+    if (!lock.held())
+        return false;
+    OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
+    return change(data) && data.saveToFile(getUserOfflineDataFilePath());
 }
 
 }  // namespace
 
 const std::string& getUserOfflineDataFilePath() {
     static const std::string path = systemPaths().supportDirectory() + "/offline-data.json";
-    return path;
-}
-
-const std::string& getDEKFilePath() {
-    static const std::string path = systemPaths().supportDirectory() + "/dekey.key";
     return path;
 }
 
@@ -65,115 +48,106 @@ std::optional<Value> OfflineDataHandler::getOfflineData(const std::string& user)
     return record;
 }
 
-void OfflineDataHandler::setOfflineData(const std::string& user, const std::string& key,
+bool OfflineDataHandler::setOfflineData(const std::string& user, const std::string& key,
                                         const Value& value) {
-    const StoreLock lock;
-    OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
-    if (data.updateData(value, user, key))
-        data.saveToFile(getUserOfflineDataFilePath());
+    return changeStore(
+        [&](OfflineDataJSONManipulator& data) { return data.updateData(value, user, key); });
 }
 
-void OfflineDataHandler::deleteUserOfflineData(const std::string& user) {
-    const StoreLock lock;
-    OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
-    data.deleteDataForKey(user);
-    data.saveToFile(getUserOfflineDataFilePath());
-}
-
-void OfflineDataHandler::removeDeletedUsers(const std::vector<std::string>& storedUsers,
-                                            const std::vector<std::string>& enrolledUsers) {
-    for (const std::string& user : storedUsers) {
-        const StoreLock lock;
-        OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
-        if (std::find(enrolledUsers.begin(), enrolledUsers.end(), user) == enrolledUsers.end()) {
-            logLine("removeDeletedUsers :: removing user {} data", user);
-            data.deleteDataForKey(user);
-        }
-        data.saveToFile(getUserOfflineDataFilePath());
-    }
+bool OfflineDataHandler::deleteUserOfflineData(const std::string& user) {
+    return changeStore([&](OfflineDataJSONManipulator& data) {
+        data.deleteDataForKey(user);
+        return true;
+    });
 }
 
 std::vector<std::string> OfflineDataHandler::getEnrolledUserList() {
     return OfflineDataJSONManipulator(getUserOfflineDataFilePath()).allMainKeys();
 }
 
-bool OfflineDataHandler::updateUserRecord(const std::string& user, const RecordChange& change) {
-    const StoreLock lock;
-    OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
-    const auto record = data.retrieveDataForKey(user);
-    if (!record) {
-        logLine("getOfflineData::Error reading from file");
-        return false;
+OfflineDataHandler::SyncTimes OfflineDataHandler::storedUsers() {
+    const OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
+    SyncTimes users;
+    for (const auto& [user, record] : data.jsonDictionary().items())
+        users[user] = syncTime(record);
+    return users;
+}
+
+void OfflineDataHandler::removeDeletedUsers(const SyncTimes& storedUsers,
+                                            const std::vector<std::string>& enrolledUsers) {
+    for (const auto& [user, known] : storedUsers) {
+        const bool listed =
+            std::find(enrolledUsers.begin(), enrolledUsers.end(), user) != enrolledUsers.end();
+        const bool saved = changeStore([&, &name = user, &time = known](auto& data) {
+            const auto record = data.retrieveDataForKey(name);
+            if (!listed && (!record || syncTime(*record) == time)) {
+                logLine("removeDeletedUsers :: removing user {} data", name);
+                data.deleteDataForKey(name);
+            }
+            return true;
+        });
+        if (!saved)
+            return;
     }
-    const auto changed = change(*record);
-    if (!changed)
-        return false;
-    return data.addData(*changed, user) && data.saveToFile(getUserOfflineDataFilePath());
+}
+
+OfflineDataHandler::Replaced OfflineDataHandler::replaceRecord(const std::string& user,
+                                                               Value record, const Clock& clock) {
+    const StoreLock lock;
+    if (!lock.held())
+        return Replaced::notWritten;
+    if (!StoreKey::ensureDataEncryptionKey())
+        return Replaced::noKey;
+    OfflineDataJSONManipulator data(getUserOfflineDataFilePath());
+    const auto old = data.retrieveDataForKey(user);
+    const std::int64_t now =
+        std::chrono::floor<std::chrono::microseconds>(clock.now()).time_since_epoch().count();
+    // Never the same twice, whatever the clock says: that is how a newer record is told.
+    record[syncTimeKey] = old && syncTime(*old) >= now ? nextTime(syncTime(*old)) : now;
+    return data.addData(record, user) && data.saveToFile(getUserOfflineDataFilePath())
+               ? Replaced::done
+               : Replaced::notWritten;
+}
+
+OfflineDataHandler::Updated OfflineDataHandler::updateUserRecord(const std::string& user,
+                                                                 const RecordChange& change) {
+    Updated failure = Updated::notWritten;
+    const bool written = changeStore([&](OfflineDataJSONManipulator& data) {
+        const auto record = data.retrieveDataForKey(user);
+        if (!record) {
+            logLine("getOfflineData::Error reading from file");
+            failure = Updated::noRecord;
+            return false;
+        }
+        const auto changed = change(*record);
+        if (!changed) {
+            failure = Updated::leftAlone;
+            return false;
+        }
+        return data.addData(*changed, user);
+    });
+    return written ? Updated::written : failure;
 }
 
 std::optional<Bytes> OfflineDataHandler::encryptUsingDEK(ByteView plain) {
-    return runWithDEK(encryptData, plain, "encryptUsingDEK");
+    return StoreKey::encryptUsingDEK(plain);
 }
 
 std::optional<Bytes> OfflineDataHandler::decryptUsingDEK(ByteView cipher) {
-    return runWithDEK(decryptData, cipher, "decryptUsingDEK");
+    return StoreKey::decryptUsingDEK(cipher);
 }
 
 std::optional<std::string> OfflineDataHandler::getDataEncryptionKey() {
-    const auto cipher = readFile(getDEKFilePath(), largestKeyFile);
-    if (!cipher) {
-        logLine("getDataEncryptionKey :: Error reading JSON file - dekey: {}", cipher.error());
-        return std::nullopt;
-    }
-    Bytes plain = runWithAccessKey(decryptData, *cipher).value_or(Bytes());
-    const WipeAtExit plainWiped(plain);
-    auto json = parseStoreJSON(asText(plain));
-    if (!json || json->empty()) {
-        logLine("getDataEncryptionKey :: Error parsing JSON data - dekeyJson: {}",
-                json ? "it has no members" : json.error());
-        return std::nullopt;
-    }
-    auto dek = stringValue(*json, "DATA_ENCRYPTION_KEY");
-    wipeTexts(*json);
-    return dek;
+    return StoreKey::getDataEncryptionKey();
 }
 
 bool OfflineDataHandler::setDataEncryptionKey() {
-    logLine("setDataEncryptionKey :: Going to set DataEncryptionKey...");
-    auto dek = generateBase64EncodedAESKey();
-    if (!dek) {
-        logLine("setDataEncryptionKey :: Error while generating dekey");
-        return false;
-    }
-    const WipeAtExit dekWiped(*dek);
-    // Base64 holds nothing that JSON would escape.
-    std::string json = fmt::format(R"({{"DATA_ENCRYPTION_KEY":"{}"}})", *dek);
-    const WipeAtExit jsonWiped(json);
-    const auto cipher = runWithAccessKey(encryptData, asBytes(json));
-    if (!cipher) {
-        logLine("setDataEncryptionKey :: Error writing encrypting dekey json");
-        return false;
-    }
-    const std::string& path = getDEKFilePath();
-    if (!createIfMissing(path)) {
-        logLine("setDataEncryptionKey::Error creating file at path: {}", path);
-        return false;
-    }
-    if (const auto done = makePrivate(path); !done) {
-        logLine("setDataEncryptionKey::Error setting file permissions: {}", done.error());
-        return false;
-    }
-    const auto written = replacePrivately(path, *cipher);
-    if (!written)
-        logLine("setDataEncryptionKey:: {}", written.error());
-    return written.has_value();
+    return StoreKey::setDataEncryptionKey();
 }
 
 bool OfflineDataHandler::ensureDataEncryptionKey() {
     const StoreLock lock;
-    std::error_code error;
-    const auto size = std::filesystem::file_size(getDEKFilePath(), error);
-    return (!error && size > 0) || setDataEncryptionKey();
+    return lock.held() && StoreKey::ensureDataEncryptionKey();
 }
 
 }  // namespace quorl

@@ -3,9 +3,9 @@
 #include "AtomicFile.h"
 #include "CryptoUtils.h"
 #include "Log.h"
-#include "OfflineDataHandler.h"
 #include "StoreFile.h"
 #include "StoreJSON.h"
+#include "StoreKey.h"
 
 #include <filesystem>
 
@@ -14,47 +14,56 @@ namespace {
 
 // Room for far more users than a machine has.
 constexpr std::size_t largestFile = std::size_t{64} << 20;
+// The cipher fills up its last block.
+constexpr std::size_t largestText = largestFile - 16;
 
 }  // namespace
 
-OfflineDataJSONManipulator::OfflineDataJSONManipulator(const std::string& path) {
+OfflineDataJSONManipulator::OfflineDataJSONManipulator(const std::string& path)
+    : isReadable_(load(path)) {}
+
+bool OfflineDataJSONManipulator::load(const std::string& path) {
     logLine("JSONManipulator :: initWithFilePath :: File path: {}", path);
     std::error_code error;
     if (!std::filesystem::exists(path, error)) {
         logLine("JSONManipulator :: initWithFilePath :: File not found at path: {}", path);
-        return;
+        return true;
     }
     const auto cipher = readFile(path, largestFile);
     if (!cipher) {
         logLine("JSONManipulator :: initWithFilePath :: File not found or unable to read: {}",
                 cipher.error());
-        return;
+        return false;
     }
     if (cipher->empty())
-        return;
-    auto plain = OfflineDataHandler::decryptUsingDEK(*cipher);
+        return true;
+    auto plain = StoreKey::decryptUsingDEK(*cipher);
     if (!plain) {
         logLine(
             "JSONManipulator :: initWithFilePath :: Error occcured while decrypting offline Data");
-        return;
+        return false;
     }
     const WipeAtExit wiped(*plain);
     auto dictionary = parseStoreJSON(asText(*plain));
     if (!dictionary) {
         logLine("JSONManipulator :: initWithFilePath :: Error loading JSON data: {}",
                 dictionary.error());
-        return;
+        return false;
     }
     jsonDictionary_ = std::move(*dictionary);
+    return true;
 }
 
 OfflineDataJSONManipulator::~OfflineDataJSONManipulator() {
-    wipeTexts(jsonDictionary_);
+    wipe(jsonDictionary_);
 }
 
 bool OfflineDataJSONManipulator::addData(const Value& data, const std::string& user) {
     if (!fitsStore(data)) {
-        logLine("JSONManipulator :: addData :: nested too deeply, not stored");
+        logLine(
+            "JSONManipulator :: the record of {} is nested too deeply, too large or no UTF-8, "
+            "not stored",
+            user);
         return false;
     }
     jsonDictionary_[user] = data;
@@ -67,15 +76,9 @@ void OfflineDataJSONManipulator::deleteDataForKey(const std::string& user) {
 
 bool OfflineDataJSONManipulator::updateData(const Value& value, const std::string& user,
                                             const std::string& key) {
-    if (!fitsStore(value)) {
-        logLine("JSONManipulator :: updateData :: {} is nested too deeply, not stored", key);
-        return false;
-    }
-    Value& record = jsonDictionary_[user];
-    if (!record.is_object())
-        record = Value::object();
+    Value record = retrieveDataForKey(user).value_or(Value::object());
     record[key] = value;
-    return true;
+    return addData(record, user);
 }
 
 std::optional<Value> OfflineDataJSONManipulator::retrieveDataForKey(const std::string& user) const {
@@ -106,11 +109,20 @@ bool OfflineDataJSONManipulator::saveToFile(const std::string& path) const {
         return false;
     }
     const WipeAtExit wiped(*plain);
-    const auto cipher = OfflineDataHandler::encryptUsingDEK(asBytes(*plain));
+    if (plain->size() > largestText) {
+        logLine(
+            "saveToFile::Error creating modified offline JSON data: {} bytes are more than is "
+            "read back",
+            plain->size());
+        return false;
+    }
+    const auto cipher = StoreKey::encryptUsingDEK(asBytes(*plain));
     if (!cipher) {
         logLine("saveToFile::Error while encrypting the offline data");
         return false;
     }
+    if (!isReadable_ && !keepAside(path))
+        return false;
     if (const auto written = replacePrivately(path, *cipher); !written) {
         logLine("saveToFile::Error writing modified offline JSON data to file.");
         logLine("saveToFile:: {}", written.error());

@@ -2,45 +2,36 @@
 #include "OfflineMFAController.h"
 
 #include <cstdlib>
-#include <limits>
 
 namespace quorl {
 
 void OfflineMFAController::onButtonOK(const std::optional<std::string>& code) {
     logLine("MFAController:: OnButtonOK invoked..");
-    if (currentTab_ != Tab::verify) {
+    if (currentTab_ != OfflineView::Tab::verify) {
         checkFactors();
         return;
     }
-    if (!isTOTP(currentauthId_)) {
-        showError("");
+    if (!isTOTP(steps_.current())) {
+        page_.showError("");
         return;
     }
     if (!code || code->empty()) {
         logLine("MFAController::OnButtonOK : Entered OTP is empty");
-        showError(localized("IDS_MFA_OFFLINE_ERRORMSG_OTP"));
+        page_.showError(page_.wrongCodeText());
         return;
     }
-    const TOTPAuthenticator* authenticator = currentAuthenticator();
+    const TOTPAuthenticator* authenticator = methods_.find(steps_.current());
     if (!authenticator || !authenticator->verifyTOTP(Value{{"AUTH_CODE", *code}})) {
         logLine("MFAController::OnButtonOK : Entered OTP is invalid");
-        showError(localized("IDS_MFA_OFFLINE_ERRORMSG_OTP"));
+        page_.showError(page_.wrongCodeText());
         return;
     }
-    // A record may hold the smallest of all numbers.
-    if (noOfFactors_ != std::numeric_limits<std::int64_t>::min())
-        --noOfFactors_;
+    steps_.countVerified();
     checkFactors();
 }
 
-void OfflineMFAController::showError(const std::string& text) {
-    html_->setValueAttribute("PASSCODE", "");
-    html_->putInnerHtml("ALERTDATA", text);
-    html_->removeAttribute("ALERT", "class");
-}
-
 void OfflineMFAController::checkFactors() {
-    if (noOfFactors_ != 0) {
+    if (!steps_.done()) {
         performOfflineAuth();
         return;
     }
@@ -50,7 +41,7 @@ void OfflineMFAController::checkFactors() {
 }
 
 void OfflineMFAController::onButtonChoose() {
-    if (currentTab_ != Tab::choose)
+    if (currentTab_ != OfflineView::Tab::choose)
         return;
     html_->radioSelected("auth",
                          [self = shared_from_this()](const std::optional<std::string>& value) {
@@ -64,12 +55,12 @@ void OfflineMFAController::chooseAuthenticator(const std::optional<std::string>&
         return;
     }
     logLine("onButtonChoose :: Selected auth value: {}", *value);
-    currentTab_ = Tab::verify;
+    currentTab_ = OfflineView::Tab::verify;
     // Text that is no number reads as 0.
-    currentauthId_ = std::strtoll(value->c_str(), nullptr, 10);
-    std::erase(optionalAuths_, currentauthId_);
-    logLine("MFAController::OnButtonChoose : User choosing authenticator id is {}", currentauthId_);
-    loadPage();
+    steps_.choose(std::strtoll(value->c_str(), nullptr, 10));
+    logLine("MFAController::OnButtonChoose : User choosing authenticator id is {}",
+            steps_.current());
+    page_.load();
 }
 
 }  // namespace quorl

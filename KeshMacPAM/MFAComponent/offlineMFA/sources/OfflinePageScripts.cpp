@@ -1,25 +1,8 @@
 #include "OfflinePageScripts.h"
 
-#include "EnrollmentHandler.h"
-
 #include <fmt/format.h>
 
-#include <limits>
-
 namespace quorl {
-namespace {
-
-// Records may hold any number, so a difference is held within 64 bits.
-std::int64_t difference(std::int64_t from, std::int64_t subtrahend) {
-    std::int64_t result = 0;
-    if (__builtin_sub_overflow(from, subtrahend, &result))
-        return subtrahend < 0 ? std::numeric_limits<std::int64_t>::max()
-                              : std::numeric_limits<std::int64_t>::min();
-    return result;
-}
-
-}  // namespace
-
 std::string timerScript(std::int64_t minutes, std::string_view line1, std::string_view line2) {
     return fmt::format(
         "var minutes = {}; var seconds = 60; function sessionTimeOut() {{seconds--;"
@@ -63,24 +46,6 @@ std::string chooseRow(std::string_view name, std::int64_t authId, RowPlace place
 std::string staticTextsScript(const Value& texts) {
     return "var i18nText = " + texts.dump(-1, ' ', false, Value::error_handler_t::replace) +
            ";loadResources();";
-}
-
-LimitNotice limitNotice(const OfflineLimit& limit, std::chrono::seconds now) {
-    constexpr std::int64_t secondsOfDay = 86400;
-    constexpr std::int64_t fewAttempts = 5;
-    constexpr std::int64_t fewDays = 3;
-    LimitNotice notice;
-    if (limit.type == limitAttempts) {
-        notice.labelKey = "IDS_MFA_OFFLINE_LIMIT_ATTEMPTS";
-        notice.remaining = difference(limit.limit, limit.validUserAttempts);
-        notice.low = notice.remaining <= fewAttempts;
-    } else if (limit.type == limitDays) {
-        notice.labelKey = "IDS_MFA_OFFLINE_LIMIT_DAYS";
-        notice.remaining = difference(
-            limit.limit, difference(now.count(), limit.lastOnlineMfaTime) / secondsOfDay);
-        notice.low = notice.remaining <= fewDays;
-    }
-    return notice;
 }
 
 std::string replaceAll(std::string text, std::string_view placeholder, std::string_view value) {

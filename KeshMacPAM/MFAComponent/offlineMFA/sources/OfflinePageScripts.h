@@ -2,7 +2,6 @@
 
 #include "Value.h"
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -28,22 +27,6 @@ std::string chooseRow(std::string_view name, std::int64_t authId, RowPlace place
 
 /// Hands the page its static texts, by key.
 std::string staticTextsScript(const Value& texts);
-
-/// The limit notice for one kind of limit.
-struct LimitNotice {
-    std::string labelKey;  ///< of the localized label; empty for no label
-    std::int64_t remaining = 0;
-    bool low = false;  ///< few are left, or none
-};
-
-/// What limits the user, as the record says.
-struct OfflineLimit {
-    std::int64_t type = 0;
-    std::int64_t limit = 0;
-    std::int64_t validUserAttempts = 0;
-    std::int64_t lastOnlineMfaTime = 0;  ///< seconds since 1970-01-01 UTC
-};
-LimitNotice limitNotice(const OfflineLimit& limit, std::chrono::seconds now);
 
 /// The text with every occurrence of the placeholder replaced.
 std::string replaceAll(std::string text, std::string_view placeholder, std::string_view value);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OfflineLimits.h"
 #include "Value.h"
 
 #include <cstdint>
@@ -8,19 +9,25 @@
 
 namespace quorl {
 
-/// What an offline verification needs of a user's stored record. Members of another kind than the
-/// one expected count as absent, each with a log line: numbers as 0, lists and dictionaries as
-/// empty.
-struct OfflineRecord {
-    /// From the record's "POLICY_DATA" and "USER_DATA".
-    OfflineRecord(const Value& policyData, const Value& userData);
+/// A record's "POLICY_DATA" and "USER_DATA"; nothing unless both are dictionaries. They live as
+/// long as the record is unchanged.
+struct RecordParts {
+    const Value& policyData;
+    const Value& userData;
 
-    std::int64_t noOfFactors;        ///< verifications owed
-    std::int64_t limitType;          ///< an OfflineLimitType; any other number is no limit
-    std::int64_t limit;              ///< in the limit type's unit
-    std::int64_t validUserAttempts;  ///< offline verifications already counted
-    std::int64_t lastOnlineMfaTime;  ///< seconds since 1970-01-01 UTC
-    Value enabledAuths;              ///< list of ids, as stored
+    static std::optional<RecordParts> of(const Value& record);
+};
+
+/// What an offline verification needs of a user's stored record.
+struct OfflineRecord {
+    /// Nothing, and a log line that names the key, when a number is missing, negative or of another
+    /// kind: such a record is not to be used. Lists and dictionaries of another kind count as
+    /// empty.
+    static std::optional<OfflineRecord> read(const RecordParts& parts);
+
+    std::int64_t noOfFactors = 0;  ///< verifications owed
+    OfflineLimits limits;
+    Value enabledAuths;  ///< list of ids, as stored
     /// List of ids as stored. The one exception: another kind is kept as it is, for what is
     /// mandatory cannot be taken as nothing.
     Value mandatoryAuths;

@@ -1,10 +1,10 @@
 #include "StoreJSON.h"
 
-#include "CryptoUtils.h"
+#include "BoundedJson.h"
 #include "Log.h"
+#include "Wipe.h"
 
 #include <algorithm>
-#include <iomanip>
 #include <ostream>
 #include <streambuf>
 
@@ -13,8 +13,10 @@ namespace {
 
 // Copying and printing a value recurse: nesting is bounded long before it reaches the stack's end.
 constexpr int deepestFile = 64;
-// A value lies inside a record inside the dictionary.
-constexpr int deepestValue = deepestFile - 2;
+// Of one user's record: ten times what a policy with every method needs, so that no reply can grow
+// the file past what is read.
+constexpr int deepestRecord = 16;
+constexpr std::size_t largestRecord = std::size_t{64} << 10;
 
 bool nestsWithin(const Value& value, int levels) {
     if (!value.is_structured())
@@ -68,8 +70,14 @@ class WipingBuffer final : public std::streambuf {
 
 }  // namespace
 
-bool fitsStore(const Value& value) {
-    return nestsWithin(value, deepestValue);
+bool fitsStore(const Value& record) {
+    if (!nestsWithin(record, deepestRecord))
+        return false;
+    auto text = printStoreJSON(record);
+    if (!text)
+        return false;
+    const WipeAtExit wiped(*text);
+    return text->size() <= largestRecord;
 }
 
 tl::expected<Value, std::string> parseStoreJSON(std::string_view text) {
@@ -78,7 +86,7 @@ tl::expected<Value, std::string> parseStoreJSON(std::string_view text) {
     if (parsed.is_discarded())
         return tl::unexpected<std::string>("the text is not JSON");
     if (!parsed.is_object()) {
-        wipeTexts(parsed);
+        wipe(parsed);
         return tl::unexpected<std::string>("the JSON is no dictionary");
     }
     return parsed;
@@ -88,19 +96,11 @@ tl::expected<std::string, std::string> printStoreJSON(const Value& dictionary) {
     WipingBuffer buffer;
     std::ostream out(&buffer);
     try {
-        out << std::setw(2) << dictionary;
+        out << dictionary;
     } catch (const Value::exception&) {
         return tl::unexpected<std::string>("a text is no UTF-8");
     }
     return buffer.take();
-}
-
-void wipeTexts(Value& value) {
-    if (value.is_string())
-        wipe(value.get_ref<std::string&>());
-    else if (value.is_structured())
-        for (Value& entry : value)
-            wipeTexts(entry);
 }
 
 }  // namespace quorl

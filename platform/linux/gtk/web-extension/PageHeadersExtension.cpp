@@ -1,5 +1,6 @@
 // Runs inside the web process: puts the header fields of a page request into the request that goes
-// out, and takes them out again when the server redirects to another origin.
+// out, and takes them out again when the server redirects to another origin; lets nothing be loaded
+// in the clear; and takes the agent's channel away from every frame but the page itself.
 //
 // The engine means to read a page that was posted from its cache first, and to send the body only
 // when that fails. Having no cache here, it sends the body at once, and once more when the answer
@@ -26,6 +27,13 @@ struct PageState {
 
 constexpr const char* nowhere = "x-quorl:nowhere";
 constexpr const char* contentType = "Content-Type";
+
+// Before any script of the frame runs, and for good.
+constexpr const char* closeChannel = R"js(if (globalThis.webkit) {
+    for (let o = webkit; o; o = Object.getPrototypeOf(o))
+        delete o.messageHandlers;
+    Object.preventExtensions(Object.getPrototypeOf(webkit));
+})js";
 
 std::optional<PageHeaders> carriedIn(const char* field, SoupMessageHeaders* fields,
                                      const std::string& secret) {
@@ -54,12 +62,21 @@ void take(SoupMessageHeaders* fields, const PageHeaders& headers) {
     }
 }
 
+bool isInTheClear(const char* url) {
+    const GCharHandle scheme(g_uri_parse_scheme(url));
+    return scheme && (g_ascii_strcasecmp(scheme.get(), "http") == 0 ||
+                      g_ascii_strcasecmp(scheme.get(), "ws") == 0 ||
+                      g_ascii_strcasecmp(scheme.get(), "ftp") == 0);
+}
+
 gboolean sendRequest(WebKitWebPage*, WebKitURIRequest* request, WebKitURIResponse* redirect,
                      gpointer data) {
     auto& state = *static_cast<PageState*>(data);
     SoupMessageHeaders* fields = webkit_uri_request_get_http_headers(request);
     const char* url = webkit_uri_request_get_uri(request);
-    if (!fields || !url)
+    if (!url || isInTheClear(url))
+        return TRUE;
+    if (!fields)
         return FALSE;
     if (redirect) {
         // Redirects of what a page itself asks for are none of ours.
@@ -90,6 +107,14 @@ void destroyState(gpointer data, GClosure*) {
     std::unique_ptr<PageState>(static_cast<PageState*>(data));
 }
 
+void windowObjectCleared(WebKitScriptWorld* world, WebKitWebPage*, WebKitFrame* frame, gpointer) {
+    if (webkit_frame_is_main_frame(frame))
+        return;
+    const GObjectHandle<JSCContext> context(
+        webkit_frame_get_js_context_for_script_world(frame, world));
+    const GObjectHandle<JSCValue> nothing(jsc_context_evaluate(context.get(), closeChannel, -1));
+}
+
 void pageCreated(WebKitWebExtension*, WebKitWebPage* page, gpointer secret) {
     auto state = std::make_unique<PageState>();
     state->secret = static_cast<const char*>(secret);
@@ -101,6 +126,8 @@ void pageCreated(WebKitWebExtension*, WebKitWebPage* page, gpointer secret) {
 
 extern "C" G_MODULE_EXPORT void webkit_web_extension_initialize_with_user_data(
     WebKitWebExtension* extension, GVariant* secret) {
+    g_signal_connect(webkit_script_world_get_default(), "window-object-cleared",
+                     G_CALLBACK(windowObjectCleared), nullptr);
     // Lives as long as the process.
     g_signal_connect_data(
         extension, "page-created", G_CALLBACK(pageCreated), g_variant_dup_string(secret, nullptr),

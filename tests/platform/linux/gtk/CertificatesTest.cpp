@@ -41,10 +41,6 @@ class Certificates : OwnTrust, public WebStage {
         ASSERT_TRUE(ready_) << "no mount namespace of our own";
         WebStage::SetUp();
     }
-    void serve(const std::string& certificate) {
-        const std::string base = QUORL_TEST_CERTIFICATES "/" + certificate;
-        startServer({"--cert", base + ".pem", "--key", base + ".key"});
-    }
 };
 
 TEST_F(Certificates, AreVerifiedAndTheirFaultsHaveCodes) {
@@ -58,7 +54,7 @@ TEST_F(Certificates, AreVerifiedAndTheirFaultsHaveCodes) {
     };
     for (const auto& [certificate, told] : cases) {
         SCOPED_TRACE(certificate);
-        serve(certificate);
+        startServer({}, certificate);
         EXPECT_EQ(load({.url = url("/page/echo")}), std::string("policy /page/echo, ") + told);
         EXPECT_EQ(load({.url = url("/page/echo?form"), .method = "POST", .body = "a=b"}),
                   std::string("policy /page/echo?form, ") +
@@ -68,7 +64,7 @@ TEST_F(Certificates, AreVerifiedAndTheirFaultsHaveCodes) {
 }
 
 TEST_F(Certificates, AnyIsTakenWhereTheDelegateSaysSo) {
-    serve("expired");
+    startServer({}, "expired");
     EXPECT_EQ(load({.url = url("/page/echo")}),
               "policy /page/echo, start, commit, finish /page/echo");
 }

@@ -14,8 +14,9 @@ namespace quorl::test {
 namespace {
 
 // What the engine was seen to say, word by word, and what is made of it. Words:
-// request, page:URL, form:URL, prelude:URL, policy:URL, resubmit:URL, refuse, refuseRedirect, stop,
-// start, commit:URL, finish, cancel, 102, error, lateError, giveUp, repeat, follow
+// request, page:URL, form:URL, prelude:URL, warmUp:URL, redirect:URL, policy:URL, resubmit:URL,
+// refuse, refuseRedirect, stop, start, commit:URL, finish, cancel, 102, error, lateError, giveUp,
+// repeat, follow
 std::string told(const std::string& words) {
     using Purpose = LoadTracker::Purpose;
     using Failure = LoadTracker::Failure;
@@ -40,8 +41,11 @@ std::string told(const std::string& words) {
         {"page", [&](Url url) { tracker.expect(url, Purpose::page); }},
         {"form", [&](Url url) { tracker.expect(url, Purpose::form); }},
         {"prelude", [&](Url url) { tracker.expect(url, Purpose::prelude); }},
-        {"policy", [&](Url url) { policy(tracker.navigationAction(url, false)); }},
-        {"resubmit", [&](Url url) { policy(tracker.navigationAction(url, true)); }},
+        {"policy", [&](Url url) { policy(tracker.navigationAction(url, {})); }},
+        {"resubmit",
+         [&](Url url) { policy(tracker.navigationAction(url, {.resubmitsForm = true})); }},
+        {"redirect", [&](Url url) { policy(tracker.navigationAction(url, {.isRedirect = true})); }},
+        {"warmUp", [&](Url url) { tracker.expect(url, Purpose::warmUp); }},
         {"refuse", [&](Url) { tracker.refused(false); }},
         {"refuseRedirect", [&](Url) { tracker.refused(true); }},
         {"stop", [&](Url) { tracker.stopped(); }},
@@ -93,8 +97,14 @@ TEST(LoadEvents, BelongToTheLoadThatWasAskedForLast) {
         {"refused, another from inside",
          "request page:a policy:a stop request page:b refuse policy:b start commit:b finish",
          "ask ask start commit finish"},
-        {"refused redirect", "request page:a policy:a start policy:b refuseRedirect 102 finish",
+        {"refused redirect", "request page:a policy:a start redirect:b refuseRedirect 102 finish",
          "ask start ask -999"},
+        {"a page that navigates while ours is awaited",
+         "request page:a policy:a start policy:b redirect:c commit:c policy:d",
+         "ask start ignore ask commit ask"},
+        {"the page that waits for the first",
+         "warmUp:w policy:w start commit:w finish request page:a policy:a start commit:a finish",
+         "ask start commit finish"},
         {"a download of our own", "request page:a policy:a start 102 finish", "ask start error"},
         {"stopped", "request page:a policy:a start stop cancel finish", "ask start -999"},
         {"stopped before it starts", "request page:a stop policy:a", "ask"},

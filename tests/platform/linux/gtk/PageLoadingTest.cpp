@@ -107,6 +107,11 @@ TEST_F(PageLoading, HeadersGoWithThePageRequestAndStayWithItsOrigin) {
         evaluate("fetch('/page/echo?own" + method + "'); 1");
         ASSERT_TRUE(until([&] { return !requests("/page/echo?own" + method).empty(); }));
         EXPECT_EQ(header(requests("/page/echo?own" + method)[0], "X-Request"), std::nullopt);
+        EXPECT_EQ(header(requests("/page/echo?own" + method)[0], "Cookie"), std::nullopt);
+        evaluate("fetch('" + url("/page/echo?site" + method) +
+                 "', {mode: 'no-cors', credentials: 'include'}); 1");
+        ASSERT_TRUE(until([&] { return !requests("/page/echo?site" + method).empty(); }));
+        EXPECT_EQ(header(requests("/page/echo?site" + method)[0], "Cookie"), std::nullopt);
     }
 }
 
@@ -139,7 +144,7 @@ TEST_F(PageLoading, FailuresCarryTheirCodes) {
         {url("/fault/no-reply"), "failed before commit -1005"},
         {url("/fault/silent"), "failed before commit -1001"},
         {url("/page/download"), "failed before commit -1"},
-        {"http" + url("/page/echo").substr(5), "failed before commit -1005"},
+        {"http" + url("/page/echo").substr(5), "failed before commit -1"},  // never goes out
     };
     for (const Case& tried : cases) {
         for (const bool form : {false, true}) {
@@ -162,6 +167,26 @@ TEST_F(PageLoading, FailuresCarryTheirCodes) {
     for (const char* notOne : {"", "no url", "https://[::1", "/path"})
         EXPECT_EQ(load({.url = notOne}), "failed before commit -1") << notOne;
     EXPECT_EQ(evaluate("40 + 2"), "42");
+}
+
+TEST_F(PageLoading, APageMayTakeLongerOverItsOwnLoadsButNotForEver) {
+    startServer();
+    view = application->makeWebView({.scriptMessageHandlerName = "MACLoginAgent",
+                                     .delegate = &delegate,
+                                     .pagePatience = std::chrono::seconds(7)});
+    LogCapture log;
+    const PageRequest first{.url = url("/page/echo"), .timeout = std::chrono::seconds(3)};
+    const auto ownLoad = [&](const std::string& path) {
+        load(first);
+        evaluate("location = '" + path + "'; 1");
+        EXPECT_TRUE(
+            until([this] { return delegate.count("finish") + delegate.count("failed") > 0; }));
+        return delegate.take();
+    };
+    EXPECT_TRUE(ownLoad("/page/slow?seconds=4").ends_with("commit, finish /page/slow?seconds=4"));
+    EXPECT_FALSE(log.has("timed out"));
+    EXPECT_TRUE(ownLoad("/fault/silent").ends_with("start, failed before commit -1001"));
+    EXPECT_TRUE(log.has("timed out, the page did not come within 7 s"));
 }
 
 TEST_F(PageLoading, ReplacedAndStoppedLoadsAreCancelledAndNothingElse) {

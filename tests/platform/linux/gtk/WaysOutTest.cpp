@@ -1,6 +1,9 @@
+#include "Handle.h"
 #include "WebStage.h"
 
 #include <gtk/gtk.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 namespace quorl::test {
 namespace {
@@ -54,6 +57,72 @@ TEST_F(WaysOut, NothingLeadsOutOfThePage) {
     EXPECT_TRUE(requests("/page/popup").empty());
     evaluate("Notification.requestPermission().then((answer) => window.answer = answer); 1");
     EXPECT_TRUE(until([this] { return evaluate("window.answer") == "denied"; }));
+}
+
+TEST_F(WaysOut, NoChooserOfColoursOpens) {
+    startServer();
+    show();
+    load({.url = url("/page/echo")});
+    evaluate(
+        "document.body.innerHTML = '<input type=color id=c style=\"position:fixed;inset:0;"
+        "width:100vw;height:100vh\">'; c.onclick = () => window.clicked = 1; 1");
+    Subprocess tool({.command = {"xdotool", "mousemove", "640", "400", "click", "1"}});
+    ASSERT_TRUE(until([this] { return evaluate("window.clicked") == "1"; }));
+    serveFor(std::chrono::milliseconds(500));
+    EXPECT_EQ(strangeWindows(), 0);
+}
+
+// Listens where a page must not call, and says nothing.
+class PlainListener {
+  public:
+    PlainListener() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_ANY);
+        bind(socket_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+        listen(socket_.get(), 16);
+        socklen_t size = sizeof address;
+        getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size);
+        port_ = std::to_string(ntohs(address.sin_port));
+    }
+    const std::string& port() const { return port_; }
+    int calls() {
+        int count = 0;
+        while (FileDescriptor(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC)))
+            ++count;
+        return count;
+    }
+
+  private:
+    FileDescriptor socket_;
+    std::string port_;
+};
+
+TEST_F(WaysOut, NothingInAPageTravelsInTheClear) {
+    startServer();
+    load({.url = url("/page/echo")});
+    PlainListener plain;
+    const auto calls = [&](const std::string& script) {
+        evaluate(script + "; 1");
+        serveFor(std::chrono::milliseconds(500));
+        return plain.calls();
+    };
+    const std::string at = "//127.0.0.1:" + plain.port() + "/x";
+    for (const std::string& script :
+         {"new Image().src = 'http:" + at + "'",
+          "document.head.append(Object.assign(document.createElement('script'), {src: 'http:" + at +
+              "'}))",
+          "document.head.append(Object.assign(document.createElement('link'), {rel: 'stylesheet',"
+          "href: 'http:" +
+              at + "'}))",
+          "document.body.append(Object.assign(document.createElement('iframe'), {src: 'http:" + at +
+              "'}))",
+          "fetch('http:" + at + "', {mode: 'no-cors'}).catch(() => 0)",
+          "navigator.sendBeacon('http:" + at + "', 'x')",
+          "try { new WebSocket('ws:" + at + "') } catch { 0 }"})
+        EXPECT_EQ(calls(script), 0) << script;
+    EXPECT_GT(calls("fetch('https:" + at + "', {mode: 'no-cors'}).catch(() => 0)"), 0)
+        << "the listener hears what does go out";
 }
 
 TEST_F(WaysOut, NobodyIsAskedForAPassword) {

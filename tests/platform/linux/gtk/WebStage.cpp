@@ -27,9 +27,11 @@ void RecordingDelegate::didFailProvisionalNavigation(const LoadError& error) {
 }
 
 void RecordingDelegate::didReceiveScriptMessage(const std::string& channel,
-                                                const std::optional<std::string>& body) {
+                                                const std::optional<std::string>& body,
+                                                const MessageSource& source) {
     events.push_back("message on " + channel);
     messages.push_back(body);
+    sources.push_back(source.pageURL);
 }
 
 std::size_t RecordingDelegate::count(const std::string& event) const {
@@ -53,6 +55,8 @@ void WebStage::SetUp() {
     auto made = makeGtkApplication(mainBundle());
     ASSERT_TRUE(made) << made.error();
     application = std::move(*made);
+    // The test plays the greeter and the keyboard, too, which untrusted clients may not.
+    unsetenv("XAUTHORITY");
     view = application->makeWebView(
         {.scriptMessageHandlerName = "MACLoginAgent", .delegate = &delegate});
 }
@@ -62,41 +66,15 @@ void WebStage::TearDown() {
     application.reset();
 }
 
-void WebStage::startServer(std::vector<std::string> arguments) {
-    const std::string number = std::to_string(servers_.size());
-    journal_ = sandbox.root() / ("journal-" + number);
-    const std::string output = sandbox.root() / ("server-" + number);
-    std::vector<std::string> command{QUORL_SOURCE_DIR "/tools/selfservice-server", "--state",
-                                     journal_};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    servers_.push_back(std::make_unique<Subprocess>(
-        Subprocess::Options{.command = command, .output = output, .errors = output}));
-    ASSERT_TRUE(waitFor([&] { return TestSandbox::read(output).starts_with("ready "); }))
-        << TestSandbox::read(output);
-    port_ = std::to_string(std::stoi(TestSandbox::read(output).substr(6)));
-}
-
-std::string WebStage::url(const std::string& path, const std::string& host) const {
-    return "https://" + host + ":" + port_ + path;
-}
-
 std::vector<Value> WebStage::requests(const std::string& path) const {
-    std::vector<Value> found;
-    std::istringstream lines(TestSandbox::read(journal_));
-    for (std::string line; std::getline(lines, line);) {
-        Value request = Value::parse(line, nullptr, false);
-        if (stringValue(request, "target") == path)
-            found.push_back(std::move(request));
-    }
+    auto found = servers_.back()->requests();
+    std::erase_if(found, [&](const Value& request) { return request["target"] != path; });
     return found;
 }
 
 std::optional<std::string> WebStage::header(const Value& request, const std::string& name) {
-    for (const Value& field : request.at("headers")) {
-        if (field.at(0) == name)
-            return field.at(1).get<std::string>();
-    }
-    return std::nullopt;
+    const auto values = TestServer::headers(request, name);
+    return values.empty() ? std::nullopt : std::optional(values.front());
 }
 
 bool WebStage::until(const std::function<bool()>& condition, std::chrono::milliseconds deadline) {

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "Application.h"
-#include "Subprocess.h"
-#include "TestSandbox.h"
+#include "TestServer.h"
 #include "Value.h"
 #include "XvfbDisplay.h"
 
@@ -22,6 +21,7 @@ class RecordingDelegate final : public WebViewDelegate {
     std::vector<std::string> events;
     std::vector<LoadError> errors;
     std::vector<std::optional<std::string>> messages;
+    std::vector<std::string> sources;  ///< of the messages
     std::vector<double> progress;
     ChallengeAnswer certificates = ChallengeAnswer::useCredential;
     std::function<NavigationDecision(const std::string&)> policy = [](const std::string&) {
@@ -37,8 +37,8 @@ class RecordingDelegate final : public WebViewDelegate {
     ChallengeAnswer didReceiveAuthenticationChallenge(AuthenticationMethod) override {
         return certificates;
     }
-    void didReceiveScriptMessage(const std::string& channel,
-                                 const std::optional<std::string>& body) override;
+    void didReceiveScriptMessage(const std::string& channel, const std::optional<std::string>& body,
+                                 const MessageSource& source) override;
     void estimatedProgressChanged(double value) override { progress.push_back(value); }
     void webContentProcessDidTerminate() override { events.push_back("terminated"); }
 
@@ -55,8 +55,13 @@ class WebStage : public ::testing::Test {
 
   protected:
     /// Starts a server; the last one is what url() names.
-    void startServer(std::vector<std::string> arguments = {});
-    std::string url(const std::string& path, const std::string& host = "127.0.0.1") const;
+    void startServer(const std::vector<std::string>& switches = {},
+                     const std::string& certificate = "server") {
+        servers_.push_back(std::make_unique<TestServer>(certificate, switches));
+    }
+    std::string url(const std::string& path, const std::string& host = "127.0.0.1") const {
+        return servers_.back()->url(path, host);
+    }
     /// The requests that the server has seen for the path, query included.
     std::vector<Value> requests(const std::string& path) const;
     static std::optional<std::string> header(const Value& request, const std::string& name);
@@ -80,9 +85,7 @@ class WebStage : public ::testing::Test {
     std::unique_ptr<WebView> view;
 
   private:
-    std::vector<std::unique_ptr<Subprocess>> servers_;
-    std::string journal_;
-    std::string port_;
+    std::vector<std::unique_ptr<TestServer>> servers_;
 };
 
 }  // namespace quorl::test

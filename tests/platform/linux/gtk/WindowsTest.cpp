@@ -1,4 +1,4 @@
-#include "Handle.h"
+#include "PipeSource.h"
 #include "WebStage.h"
 
 #include <X11/Xlib.h>
@@ -12,10 +12,12 @@ class WindowNotes final : public WindowDelegate {
   public:
     int resized = 0;
     int closed = 0;
+    int idle = 0;
     bool visibleWhenClosing = false;
     BrowserWindow* window = nullptr;
 
     void windowDidResize() override { ++resized; }
+    void windowWasIdle() override { ++idle; }
     void windowWillClose() override {
         ++closed;
         visibleWhenClosing = window->isVisible();
@@ -125,6 +127,56 @@ TEST_F(Windows, TheBrowserTakesTheKeyboardByItselfAndGivesItBack) {
     browser().orderOut();
     EXPECT_TRUE(until([&] { return greeter.hasFocus(); }));
     EXPECT_EQ(notes.closed, 0);
+}
+
+TEST_F(Windows, WhatWasCopiedOrMarkedGoesWithTheWindow) {
+    const std::string page = sandbox.root() / "page.htm";
+    TestSandbox::write(page, "<input id=i autofocus value=secret>");
+    show();
+    view->loadFile(page);
+    ASSERT_TRUE(until([this] { return evaluate("document.hasFocus()") == "1"; }));
+    const auto held = [this](const std::string& selection) {
+        const std::string out = sandbox.root() / "held";
+        std::filesystem::remove(out);
+        Subprocess tool({.command = {"xclip", "-o", "-selection", selection}, .output = out});
+        EXPECT_TRUE(until([&] { return !tool.running(); }));
+        return TestSandbox::read(out);
+    };
+    act("key ctrl+a key ctrl+c");
+    for (const char* selection : {"clipboard", "primary"})
+        EXPECT_TRUE(until([&] { return held(selection) == "secret"; })) << selection;
+    browser().orderOut();
+    for (const char* selection : {"clipboard", "primary"})
+        EXPECT_EQ(held(selection), "") << selection;
+    // Another program's text stays its own.
+    const std::string text = sandbox.root() / "text";
+    TestSandbox::write(text, "kept");
+    Subprocess other({.command = {"xclip", "-quiet", "-selection", "clipboard", text}});
+    EXPECT_TRUE(until([&] { return held("clipboard") == "kept"; }));
+    show();
+    browser().orderOut();
+    EXPECT_EQ(held("clipboard"), "kept");
+}
+
+TEST_F(Windows, AWindowThatNobodyUsesIsToldOnce) {
+    const std::string page = sandbox.root() / "page.htm";
+    TestSandbox::write(page, "<input id=i autofocus>");
+    show();
+    view->loadFile(page);
+    ASSERT_TRUE(until([this] { return evaluate("document.hasFocus()") == "1"; }));
+    const std::chrono::seconds limit(2);
+    const auto begin = std::chrono::steady_clock::now();
+    browser().setIdleLimit(limit);
+    for (int i = 0; std::chrono::steady_clock::now() < begin + limit + limit / 2; ++i) {
+        act(i % 2 ? "key a" : "mousemove_relative 1 1");
+        serveFor(std::chrono::milliseconds(200));
+    }
+    EXPECT_EQ(notes.idle, 0) << "keys and movements in the page are use";
+    act("mousemove 5 5");
+    EXPECT_TRUE(until([this] { return notes.idle == 1; }));
+    browser().setIdleLimit(std::nullopt);
+    serveFor(limit + limit / 3);
+    EXPECT_EQ(notes.idle, 1);
 }
 
 TEST_F(Windows, EverythingIsReachedByKeyboardAlone) {
@@ -245,41 +297,34 @@ TEST_F(Windows, ThePanelStaysOnTopOfAGreeterAndOutOfItsWay) {
     EXPECT_EQ(greeter.sizeOf(greeter.at(1100, 780)), std::pair(215, 76));
 }
 
-// Takes a byte at a time, and on the second leaves the loop from inside.
-class PipeSource final : public RunLoopSource {
-  public:
-    explicit PipeSource(RunLoop& loop) : loop_(loop) {
-        int ends[2];
-        EXPECT_EQ(pipe(ends), 0);
-        reader_.reset(ends[0]);
-        writer_.reset(ends[1]);
-    }
-    int descriptor() const override { return reader_.get(); }
-    void ready() override {
-        char byte = 0;
-        if (read(reader_.get(), &byte, 1) == 1 && ++taken == 2)
-            loop_.remove(*this);
-    }
-    void send(int bytes) {
-        for (int i = 0; i < bytes; ++i)
-            EXPECT_EQ(write(writer_.get(), "x", 1), 1);
-    }
-
-    int taken = 0;
-
-  private:
-    RunLoop& loop_;
-    FileDescriptor reader_;
-    FileDescriptor writer_;
-};
+TEST_F(Windows, BothStayOnAScreenThatShrinks) {
+    panel().showAt({{1045, 0}, panel().frame().size});
+    show();
+    OtherWindow other;
+    ASSERT_TRUE(until([&] { return !other.isAt(1100, 790); }));
+    act("key Escape; xrandr --newmode small 40 800 840 900 1000 600 603 609 620 && "
+        "xrandr --addmode screen small && xrandr --output screen --mode small");
+    const double height = panel().frame().size.height;
+    EXPECT_TRUE(until([&] { return panel().frame() == Rect{{565, 0}, {215, height}}; }));
+    EXPECT_TRUE(until([this] { return browser().frame() == Rect{{0, 20}, {800, 560}}; }));
+    EXPECT_TRUE(until([&] { return !other.isAt(570, 590); }));
+    EXPECT_GE(notes.resized, 1);
+    serveFor(std::chrono::milliseconds(200));
+    click(800 - 20, 20 + 13);
+    EXPECT_TRUE(until([this] { return !browser().isVisible(); }));
+}
 
 TEST_F(Windows, TheLoopServesDescriptorsAndEndsOnSIGTERM) {
-    PipeSource source(application->mainRunLoop());
+    // Takes a byte at a time, and on the second leaves the loop from inside.
+    PipeSource source([&] {
+        if (source.calls == 2)
+            application->mainRunLoop().remove(source);
+    });
     application->mainRunLoop().add(source);
-    source.send(4);
-    EXPECT_TRUE(until([&] { return source.taken == 2; }));
+    source.send(3);
+    EXPECT_TRUE(until([&] { return source.calls == 2; }));
     serveFor(std::chrono::milliseconds(50));
-    EXPECT_EQ(source.taken, 2);
+    EXPECT_EQ(source.calls, 2);
 
     int ended = 0;
     application->setWillTerminateHandler([&] { ++ended; });

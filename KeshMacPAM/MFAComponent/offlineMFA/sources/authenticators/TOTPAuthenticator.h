@@ -1,11 +1,13 @@
 #pragma once
 
 #include "Clock.h"
+#include "CryptoUtils.h"
 #include "Value.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quorl {
 
@@ -14,14 +16,13 @@ class TOTPAuthenticator {
   public:
     /// From the record ("AUTH_DISPLAY_NAME", "SECRET_KEY", "ALGORITHM_TYPE", "EXPIRY_TIME",
     /// "DIGITS", "AUTH_VARIANCE", "HARDWARE_TOKEN_SERIAL_NUMBER"), or empty without one. The access
-    /// key (64 hexadecimal digits) decrypts the secret.
-    TOTPAuthenticator(const Value* authData, std::string accessKey,
-                      const Clock& clock = systemClock());
+    /// key (64 hexadecimal digits) decrypts the secret. The clock outlives it.
+    TOTPAuthenticator(const Value* authData, std::string accessKey, const Clock& clock);
     ~TOTPAuthenticator();
     TOTPAuthenticator(TOTPAuthenticator&&) = default;
 
     const std::string& getAuthName() const { return name_; }
-    std::int64_t getDigits() const { return digits_; }
+    std::int64_t getDigits() const { return parameters_.digits; }
     const std::optional<std::string>& hardwareTokenSerialNumber() const {
         return hardwareTokenSerialNumber_;
     }
@@ -29,13 +30,22 @@ class TOTPAuthenticator {
     /// Whether the code under "AUTH_CODE" is right at this moment.
     bool verifyTOTP(const Value& authCode) const;
 
+    /// The time step whose code this is, at this moment; nothing when the code is wrong. A log line
+    /// says so when no code can be right: without 6 to 9 digits, a time step of 15 to 300 s, a
+    /// variance of 0 to 10 steps, and a secret of at least 10 bytes.
+    std::optional<std::int64_t> matchedStep(std::string_view code) const;
+
+    /// The last time step whose code would be taken at this moment; 0 when no code can be right.
+    std::int64_t lastAcceptableStep() const;
+
   private:
+    bool parametersAreSound() const;
+    /// The secret as base32 text; nothing, and a log line, when it is none to be used.
+    std::optional<std::string> secret() const;
+
     bool isSecretKeyEncrypted_ = false;
     std::string secretKey_;
-    std::int64_t digits_ = 0;
-    std::int64_t timeStep_ = 0;
-    std::int64_t variance_ = 0;
-    std::string algorithm_;
+    TotpParameters parameters_;
     std::string name_;
     std::string accessKey_;
     std::optional<std::string> hardwareTokenSerialNumber_;

@@ -1,0 +1,54 @@
+#include "LocalRecord.h"
+
+#include "ConfigParser.h"
+#include "OfflineDataHandler.h"
+#include "OfflineRecord.h"
+
+namespace quorl {
+
+LocalRecord::LocalRecord(std::string user, const Clock& clock)
+    : user_(std::move(user)), clock_(clock), handler_(clock) {}
+
+OfflineState LocalRecord::state(std::chrono::sys_seconds now) const {
+    const OfflineStanding standing = handler_.standing(user_, now.time_since_epoch());
+    switch (standing.result) {
+        case PreAuthResult::allowed:
+            return standing.factors < 1 ? OfflineState::notEnrolled : OfflineState::allowed;
+        case PreAuthResult::noOfflineData:
+            return OfflineState::notEnrolled;
+        case PreAuthResult::limitReached:
+            return OfflineState::limitReached;
+        case PreAuthResult::offlineMFADisabled:
+            break;
+    }
+    return OfflineState::switchedOff;
+}
+
+std::optional<LocalRecord::Owed> LocalRecord::owed(std::chrono::sys_seconds now) const {
+    const auto stored = OfflineDataHandler::getOfflineData(user_);
+    const auto parts = stored ? RecordParts::of(*stored) : std::nullopt;
+    const auto record = parts ? OfflineRecord::read(*parts) : std::nullopt;
+    if (!record)
+        return std::nullopt;
+    auto methods = offlineMethods(
+        *record, configText(getProductConfig(getConfigFilePath()), "ACCESS_KEY"), clock_);
+    // Nothing owed would be nothing asked.
+    if (!methods || record->noOfFactors < 1)
+        return std::nullopt;
+    return Owed{record->noOfFactors, std::move(*methods),
+                record->limits.notice(now.time_since_epoch())};
+}
+
+CountResult LocalRecord::count() {
+    return handler_.countVerification(user_);
+}
+
+void LocalRecord::startAnew(const std::string& token) {
+    handler_.resetOfflineLimit(user_);
+    // The host may end this process at any time from here on, so the limits went first; a record
+    // that is stored anew begins with the server's counters.
+    if (!token.empty() && handler_.getEnrollmentData(token))
+        handler_.resetOfflineLimit(user_);
+}
+
+}  // namespace quorl

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string_view>
+
+namespace quorl {
+
+/// Display managers whose greeter shares its X11 screen with the agent's window. Those with a
+/// Wayland greeter or a remote screen do not.
+bool showsAgentWindow(std::string_view service);
+
+/// Programs that show the module's error texts to the person, at a terminal. Greeters and remote
+/// logins hold them back.
+bool showsErrorTexts(std::string_view service);
+
+}  // namespace quorl

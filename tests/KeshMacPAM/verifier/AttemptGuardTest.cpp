@@ -1,0 +1,193 @@
+#include "AttemptGuard.h"
+#include "TestClock.h"
+#include "TestSandbox.h"
+#include "WaitingLock.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+namespace quorl::test {
+namespace {
+
+using namespace std::chrono;
+
+class AttemptGuardTest : public testing::Test {
+  protected:
+    static constexpr uid_t dora = 4711;
+
+    GuardState wrong(int codes = 1) {
+        return *guard_.change(
+            [&](GuardState& state, GuardState::Time now) { state.noteWrong(now, codes); });
+    }
+    seconds lockedFor() { return guard_.see()->lockedFor(guard_.now()); }
+
+    const TestSandbox sandbox_;
+    const std::string folder_ = (sandbox_.root() / "var" / "guard").string();
+    const std::string file_ = folder_ + "/" + std::to_string(dora);
+    TestClock clock_{hours(24 * 365 * 50)};
+    AttemptGuard guard_{folder_, dora, clock_};
+};
+
+TEST_F(AttemptGuardTest, LocksAtEveryTenthWrongCodeForTwiceAsLong) {
+    for (const int minutesLocked : {1, 2, 4, 8, 15, 15}) {
+        for (int code = 1; code < 10; ++code) {
+            wrong();
+            EXPECT_EQ(lockedFor(), 0s);
+        }
+        wrong();
+        // Another process, another spelling of the name, a restart: the same uid.
+        EXPECT_EQ(AttemptGuard(folder_, dora, clock_).see()->lockedFor(guard_.now()),
+                  minutes(minutesLocked));
+        EXPECT_EQ(AttemptGuard(folder_, dora + 1, clock_).see()->lockedFor(guard_.now()), 0s);
+        clock_.advance(minutes(minutesLocked) - 1s);
+        EXPECT_EQ(lockedFor(), 1s);
+        clock_.advance(1s);
+        EXPECT_EQ(lockedFor(), 0s);
+    }
+    wrong(9);
+    guard_.change([](GuardState& state, GuardState::Time) { state.noteSuccess(); });
+    wrong(9);
+    EXPECT_EQ(lockedFor(), 0s);
+    wrong(2);  // as a page that was closed counts
+    EXPECT_EQ(lockedFor(), 60s);
+    EXPECT_EQ(modeOf(file_), 0600u);
+    EXPECT_EQ(modeOf(folder_), 0700u);
+}
+
+TEST_F(AttemptGuardTest, AcceptsNoStepTwice) {
+    const auto use = [&](std::int64_t step) {
+        guard_.change([&](GuardState& state, GuardState::Time) { state.noteUsed(3, step); });
+    };
+    use(100);
+    use(98);
+    const GuardState state = *AttemptGuard(folder_, dora, clock_).see();
+    EXPECT_TRUE(state.isUsed(3, 98) && state.isUsed(3, 100));
+    EXPECT_FALSE(state.isUsed(3, 101) || state.isUsed(14, 98));
+}
+
+TEST_F(AttemptGuardTest, GainsAndLosesNothingByTheClock) {
+    const auto real = guard_.now();
+    guard_.see();
+    const struct {
+        seconds turned;
+        bool back;
+    } rows[] = {{24h * -365, true}, {-25h, true}, {-23h, false}, {0s, false}, {24h * 365, false}};
+    for (const auto& row : rows) {
+        const auto now = real + row.turned;
+        EXPECT_EQ(guard_.see()->limitTime(now), row.back ? real : now) << row.turned.count();
+    }
+    // Locked while the clock was a year ahead: no longer than a lock lasts once it is right again.
+    clock_.advance(24h * 365);
+    wrong(10);
+    clock_.advance(24h * -365);
+    EXPECT_EQ(lockedFor(), 60s);
+    clock_.advance(60s);
+    EXPECT_EQ(lockedFor(), 0s);
+    // The server vouches for the clock that it is right.
+    EXPECT_GT(guard_.see()->limitTime(guard_.now()), guard_.now());
+    guard_.change([](GuardState& state, GuardState::Time now) { state.trustClock(now); });
+    EXPECT_EQ(guard_.see()->limitTime(guard_.now()), guard_.now());
+}
+
+TEST_F(AttemptGuardTest, IsLockedForAMinuteByWhateverItDidNotWrite) {
+    wrong(3);
+    const std::string good = TestSandbox::read(file_);
+    const auto with = [&](const std::string& part, const std::string& instead) {
+        std::string changed = good;
+        const auto at = changed.find(part);
+        EXPECT_NE(at, std::string::npos) << part;
+        return changed.replace(at, part.size(), instead);
+    };
+    for (const std::string& content :
+         {std::string(), std::string("{}"), good.substr(0, good.size() / 2),
+          std::string("[[[[1]]]]"), std::string(70'000, ' ') + good,
+          with("\"wrong\":3", "\"wrong\":-1"),
+          with("\"wrong\":3", "\"wrong\":18446744073709551615"),
+          with("\"wrong\":3", "\"wrong\":3.5"), with("\"version\":1", "\"version\":2"),
+          with("\"used\":{}", "\"used\":[]"), with("\"used\":{}", "\"used\":{\"x\":1}"),
+          with("\"lockLength\":0", "\"lockLength\":9999"),
+          with("\"lockedUntil\":0", "\"lockedUntil\":9223372036854775807")}) {
+        TestSandbox::write(file_, content);
+        EXPECT_EQ(lockedFor(), 60s) << content;
+        EXPECT_EQ(lockedFor(), 60s) << "written anew: " << content;
+    }
+    unlink(file_.c_str());
+    mkdir(file_.c_str(), 0700);
+    EXPECT_FALSE(guard_.see()) << "a folder in the file's place cannot be replaced";
+    rmdir(file_.c_str());
+    ASSERT_EQ(symlink("/nowhere", file_.c_str()), 0);
+    EXPECT_FALSE(guard_.see());
+    chmod(folder_.c_str(), 0777);
+    EXPECT_FALSE(guard_.see()) << "anybody's folder";
+}
+
+TEST_F(AttemptGuardTest, SaysWhenNothingCanBeWritten) {
+    wrong(9);
+    const pid_t child = fork();
+    if (child == 0) {
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_FSIZE, &none);
+        _exit(
+            guard_.change([](GuardState& state, GuardState::Time now) { state.noteWrong(now, 1); })
+                ? 1
+                : 0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    wrong();
+    EXPECT_EQ(lockedFor(), 60s) << "what was there before is there still";
+}
+
+TEST_F(AttemptGuardTest, SurvivesKillsInTheMiddleOfAWrite) {
+    for (int kill_ = 0; kill_ < 300; ++kill_) {
+        const pid_t child = fork();
+        if (child == 0)
+            for (;;)
+                guard_.change([](GuardState& state, GuardState::Time) {
+                    // Of another length each time, and never the content of a damaged file.
+                    state.noteUsed(3, state.used[3] + 1 + state.used[3] / 7);
+                    if (state.used[3] > 1'000'000'000)
+                        state.used.clear();
+                });
+        std::this_thread::sleep_for(microseconds(200 + 37 * (kill_ % 97)));
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    EXPECT_EQ(lockedFor(), 0s);
+    EXPECT_GT(guard_.see()->used.size(), 0U);
+    // What the killed left beside the file is gone with the next change.
+    wrong();
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2);
+}
+
+TEST_F(AttemptGuardTest, WaitsForALockOnlySoLong) {
+    guard_.see();
+    const std::string path = folder_ + "/window";
+    const auto held = WaitingLock::take(path, 0ms);
+    ASSERT_TRUE(held);
+    EXPECT_FALSE(WaitingLock::take(path, 50ms));
+    int asked = 0;
+    EXPECT_FALSE(WaitingLock::take(path, 1h, [&] { return ++asked < 3; }));
+    // Freed when its holder is killed.
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        const auto own = WaitingLock::take(path + "2", 0ms);
+        if (write(ready[1], "x", 1) != 1)
+            _exit(1);
+        pause();
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    EXPECT_FALSE(WaitingLock::take(path + "2", 0ms));
+    kill(child, SIGKILL);
+    EXPECT_TRUE(WaitingLock::take(path + "2", 1s));
+    waitpid(child, nullptr, 0);
+}
+
+}  // namespace
+}  // namespace quorl::test

@@ -1,0 +1,336 @@
+"""Logins at sshd, sudo, su and login, as people and their terminals have them."""
+
+import os
+import pwd
+import time
+
+from machine import PASSWORD, code, processes, wait_for
+from terminal import Failed, Terminal
+
+PROMPT = r"Code from Phone[^:]*: "
+
+
+def uid_of(name):
+    return pwd.getpwnam(name).pw_uid
+
+
+class TextLogins:
+    def __init__(self, machine):
+        self.machine = machine
+
+    def ssh(self, name, port=22, methods="keyboard-interactive"):
+        return Terminal("ssh", "-p", str(port), "-i", "/root/person-key",
+                        "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null",
+                        "-o", "LogLevel=ERROR", "-o", "NumberOfPasswordPrompts=1",
+                        "-o", f"PreferredAuthentications={methods}", f"{name}@127.0.0.1",
+                        'echo "in as $(id -un)"')
+
+    def _journal(self, name, *words):
+        wait_for(f"the journal's line of {name} with {words}",
+                 lambda: self.machine.journal.lines(f"user={name}", *words), 5)
+
+    def _in(self, terminal, name):
+        terminal.expect(f"in as {name}")
+        if terminal.ends() != 0:
+            raise Failed(f"got in, and yet ended badly: {terminal.seen!r}")
+
+    def _out(self, terminal, *text):
+        """Denied: a few last texts may want Return, and nothing of the session shows."""
+        for pattern in text:
+            terminal.expect(pattern)
+        if "Press Return" in terminal.seen:
+            terminal.type("")
+        status = terminal.ends()
+        if status == 0 or "in as" in terminal.seen:
+            raise Failed(f"got in with status {status}: {terminal.seen!r}")
+
+    # What each door does, with the codes.
+
+    def _right(self, terminal, name):
+        terminal.expect("assword[^:]*: ")
+        terminal.type(PASSWORD)
+        terminal.expect(PROMPT)
+        terminal.type(code())
+        self._in(terminal, name)
+
+    def ssh_right(self):
+        name = self.machine.person()
+        with self.ssh(name) as terminal:
+            self._right(terminal, name)
+        self._journal(name, "service=sshd", "outcome=granted")
+
+    def ssh_wrong_then_right(self):
+        name = self.machine.person()
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            terminal.expect(PROMPT)
+            terminal.type("000000")
+            terminal.expect(PROMPT)
+            terminal.type(code())
+            self._in(terminal, name)
+
+    def ssh_wrong_password(self):
+        name = self.machine.person()
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type("not the password")
+            self._out(terminal, "denied")
+            if "Code" in terminal.seen:
+                raise Failed("a stranger was asked for a code")
+
+    def ssh_key_and_code(self):
+        name = self.machine.person()
+        with self.ssh(name, 2222, "publickey,keyboard-interactive") as terminal:
+            self._right(terminal, name)
+
+    def ssh_method_password(self):
+        name = self.machine.person()
+        with self.ssh(name, 2223, "password") as terminal:
+            terminal.expect("assword: ")
+            terminal.type(PASSWORD)
+            self._out(terminal, "denied")
+        self._journal(name, "outcome=denied")
+        with self.ssh(name) as terminal:  # nothing was counted, nothing is locked
+            self._right(terminal, name)
+
+    def lock(self, name):
+        """Ten wrong codes, over several connections."""
+        wrong = 0
+        while wrong < 10:
+            with self.ssh(name) as terminal:
+                terminal.expect("Password: ")
+                terminal.type(PASSWORD)
+                while wrong < 10 and "Code" in terminal.expect(f"{PROMPT}|Press Return")[0]:
+                    terminal.type("000000")
+                    wrong += 1
+                if wrong == 10:
+                    terminal.expect("Too many wrong codes. Try again in [0-9]+ min")
+
+    def ssh_locked_at_the_tenth(self):
+        name = self.machine.person()
+        self.lock(name)
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            self._out(terminal, "Try again in [0-9]+ min")
+        self._journal(name, "locked after wrong codes")
+
+    def ssh_used_code(self):
+        name, present = self.machine.person(), code()
+        for first in (True, False):
+            with self.ssh(name) as terminal:
+                terminal.expect("Password: ")
+                terminal.type(PASSWORD)
+                terminal.expect(PROMPT)
+                terminal.type(present)
+                if first:
+                    self._in(terminal, name)
+                else:
+                    terminal.expect("used already")
+
+    def ssh_not_enrolled(self, name):
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            self._out(terminal, "Sign in once at the login screen")
+
+    def passes_at_once(self, name):
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            self._in(terminal, name)
+            if "Code" in terminal.seen:
+                raise Failed("was asked for a code")
+
+    def sudo(self, name, *options):
+        return Terminal("sudo", "-k", *options, "sh", "-c", 'echo "in as $(id -un)"', uid=uid_of(name))
+
+    def sudo_right(self):
+        with self.sudo(self.machine.person()) as terminal:
+            self._right(terminal, "root")
+
+    def sudo_wrong_then_right(self):
+        with self.sudo(self.machine.person()) as terminal:
+            terminal.expect("password for")
+            terminal.type(PASSWORD)
+            terminal.expect(PROMPT)
+            terminal.type("000000")
+            terminal.expect(PROMPT)
+            terminal.type(code())
+            self._in(terminal, "root")
+
+    def sudo_wrong_throughout(self):
+        """sudo shows no texts of modules but prompts, so the reason is one."""
+        with self.sudo(self.machine.person()) as terminal:
+            terminal.expect("password for")
+            terminal.type(PASSWORD)
+            for _ in range(3):
+                terminal.expect(PROMPT)
+                terminal.type("000000")
+            terminal.expect("Too many wrong answers")
+            terminal.type("")
+            terminal.expect("Sorry|incorrect")
+
+    def sudo_password_for_a_code(self):
+        name = self.machine.person()
+        with self.sudo(name, "-p", "Secret: ") as terminal:
+            for _ in range(2):  # sudo puts its own prompt in the place of ours, too
+                terminal.expect("Secret: ")
+                terminal.type(PASSWORD)
+            terminal.expect("Secret: ")
+            terminal.type("")
+            terminal.expect("Sorry|incorrect")
+        self._journal(name, "the password was given in the place of a code")
+        if PASSWORD in self.machine.journal.text:
+            raise Failed("the journal holds the password")
+
+    def su_right(self):
+        name = self.machine.person()
+        with Terminal("su", "-c", 'echo "in as $(id -un)"', name, uid=uid_of("lokal")) as terminal:
+            self._right(terminal, name)
+
+    def su_to_root(self):
+        name = self.machine.person()
+        with Terminal("su", "-c", 'echo "in as $(id -un)"', "root", uid=uid_of(name)) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            self._in(terminal, "root")
+
+    def su_starved(self):
+        """Whoever calls su sets its limits; none of them gets anybody in without a code."""
+        name = self.machine.person()
+        for limit in ("-v 60000", "-n 8", "-f 0", "-u 1"):
+            command = f'ulimit {limit}; exec su -c \'echo "in as $(id -un)"\' {name}'
+            with Terminal("sh", "-c", command, uid=uid_of("lokal")) as terminal:
+                try:
+                    terminal.expect("Password: ", 5)
+                    terminal.type(PASSWORD)
+                    terminal.expect(PROMPT, 8)
+                except Failed:
+                    pass
+                if "in as" in terminal.seen:
+                    raise Failed(f"in with ulimit {limit}: {terminal.seen!r}")
+
+    def login_right(self):
+        name = self.machine.person()
+        with Terminal("login", name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            terminal.expect(PROMPT)
+            terminal.type(code())
+            terminal.expect(r"\$ ")
+            terminal.type('echo "in as $(id -un)"')
+            terminal.expect(f"in as {name}")
+
+    def login_root(self):
+        with Terminal("login", "root") as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            terminal.expect("# ")
+
+    # Cancelled: one at a time, since the helper that ends must be this one's.
+
+    def _cancelled(self, terminal, cancel):
+        wait_for("earlier helpers' end", lambda: not processes("kesh-verify"), 65)
+        with terminal:
+            terminal.expect("assword[^:]*: ")
+            terminal.type(PASSWORD)
+            terminal.expect(PROMPT)
+            if len(processes("kesh-verify")) != 1:
+                raise Failed("no helper runs at the prompt")
+            cancel(terminal)
+            began = time.monotonic()
+            wait_for("the helper's end", lambda: not processes("kesh-verify"), 3)
+            took = time.monotonic() - began
+        if took > 1:
+            raise Failed(f"the helper ended after {took:.1f} s only")
+        return f"helper gone after {took * 1000:.0f} ms"
+
+    def ssh_cut(self):
+        return self._cancelled(self.ssh(self.machine.person()), Terminal.hang_up)
+
+    def sudo_interrupted(self):
+        return self._cancelled(self.sudo(self.machine.person()), lambda t: t.press("c"))
+
+    def su_interrupted(self):
+        name = self.machine.person()
+        return self._cancelled(Terminal("su", "-c", "id", name, uid=uid_of("lokal")),
+                               lambda t: t.press("c"))
+
+    def login_hung_up(self):
+        return self._cancelled(Terminal("login", self.machine.person()), Terminal.hang_up)
+
+    def nothing_left(self):
+        """No zombie of ours, no lock that a cancelled login left."""
+        for path in os.listdir("/proc"):
+            if path.isdigit():
+                try:
+                    with open(f"/proc/{path}/stat", encoding="utf-8") as file:
+                        text = file.read()
+                except OSError:
+                    continue
+                if "(kesh-verify)" in text and ") Z" in text:
+                    raise Failed(f"a zombie: {text}")
+        self.ssh_right()
+
+    # Without the server.
+
+    def prompt_without_server(self, limit):
+        name = self.machine.person()
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            began = time.monotonic()
+            terminal.type(PASSWORD)
+            terminal.expect(PROMPT)
+            took = time.monotonic() - began
+            terminal.type(code())
+            self._in(terminal, name)
+        if took > limit:
+            raise Failed(f"prompt after {took:.1f} s")
+        return f"prompt after {took:.1f} s"
+
+    def unreachable_and_not_enrolled(self, name):
+        with self.ssh(name) as terminal:
+            terminal.expect("Password: ")
+            terminal.type(PASSWORD)
+            self._out(terminal, "Could not connect")
+
+    # All of them.
+
+    def play(self, cases, stranger):
+        machine = self.machine
+        cases.play_at_once([
+            ("ssh: right code", self.ssh_right),
+            ("ssh: wrong, then right", self.ssh_wrong_then_right),
+            ("ssh: wrong password, no code asked", self.ssh_wrong_password),
+            ("ssh: public key and code", self.ssh_key_and_code),
+            ("ssh: method password is denied, not counted", self.ssh_method_password),
+            ("ssh: locked at the tenth wrong code", self.ssh_locked_at_the_tenth),
+            ("ssh: a code twice", self.ssh_used_code),
+            ("ssh: not enrolled", self.ssh_not_enrolled, stranger),
+            ("ssh: root at once", self.passes_at_once, "root"),
+            ("ssh: local account at once", self.passes_at_once, "lokal"),
+            ("sudo: right code", self.sudo_right),
+            ("sudo: wrong, then right", self.sudo_wrong_then_right),
+            ("sudo: wrong throughout", self.sudo_wrong_throughout),
+            ("sudo: the password in a code's place", self.sudo_password_for_a_code),
+            ("su: right code", self.su_right),
+            ("su: to root at once", self.su_to_root),
+            ("su: starved by its caller", self.su_starved),
+            ("login: right code", self.login_right),
+            ("login: root at once", self.login_root),
+        ])
+        cases.play("ssh: cut at the prompt", self.ssh_cut)
+        cases.play("sudo: Ctrl-C at the prompt", self.sudo_interrupted)
+        cases.play("su: Ctrl-C at the prompt", self.su_interrupted)
+        cases.play("login: line cut at the prompt", self.login_hung_up)
+        cases.play("nothing left by cancelled logins", self.nothing_left)
+        machine.silence_server()
+        cases.play_at_once([
+            ("ssh: server silent", self.prompt_without_server, 4.0),
+            ("ssh: server silent, not enrolled", self.unreachable_and_not_enrolled, stranger),
+            ("ssh: server silent, root at once", self.passes_at_once, "root")])
+        machine.stop_server()
+        cases.play("ssh: server refuses", self.prompt_without_server, 1.5)
+        machine.start_server()
