@@ -7,11 +7,8 @@
 #include "ValueKey.h"
 
 #include <fmt/format.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-
-#include <array>
 
 namespace quorl::control {
 namespace {
@@ -19,7 +16,7 @@ namespace {
 constexpr const char* setupAgain = "keshctl setup, see keshctl setup --help";
 
 // Who may use a file that root keeps: nobody but root and the agent's account.
-std::string faultOfAccess(const std::string& path) {
+std::string faultOfAccess(const Examination& examination, const std::string& path) {
     struct stat info {};
     if (lstat(path.c_str(), &info) != 0)
         return "";
@@ -27,9 +24,10 @@ std::string faultOfAccess(const std::string& path) {
         return path + " is a link";
     if (info.st_uid != 0)
         return path + " does not belong to root";
-    const auto readers = readersGroup();
+    const Value* readers = member(examination.account.get(), "readers");
     const bool groupReads = (info.st_mode & S_IRWXG) != 0;
-    if ((info.st_mode & (S_IWGRP | S_IRWXO)) != 0 || (groupReads && readers != info.st_gid))
+    if ((info.st_mode & (S_IWGRP | S_IRWXO)) != 0 ||
+        (groupReads && !(readers && *readers == info.st_gid)))
         return fmt::format("{} is open to others (mode {:04o})", path, info.st_mode & 07777);
     return "";
 }
@@ -63,14 +61,6 @@ const std::vector<std::string> sddmFiles = {"/usr/lib/sddm/sddm.conf.d", "/etc/s
                                             "/etc/sddm.conf"};
 const std::vector<std::string> gdmFiles = {"/etc/gdm3/daemon.conf"};
 
-// Checks run side by side, so none of them may use what the C library keeps for all threads.
-bool accountExists(const std::string& name) {
-    passwd entry{};
-    passwd* found = nullptr;
-    std::array<char, 4096> texts{};
-    return getpwnam_r(name.c_str(), &entry, texts.data(), texts.size(), &found) == 0 && found;
-}
-
 // The sandbox of the pages' process, as the agent's account makes it; "" when it starts.
 std::string sandboxFault(const Machine& machine) {
     const auto said = machine.run(
@@ -95,7 +85,7 @@ Finding checkConfiguration(const Examination& examination) {
                       "keshctl setup --renew --installation-key-file FILE");
     const std::string folder = systemPaths().supportDirectory();
     for (const char* file : {"/config.plist", "/value.key"})
-        if (const std::string fault = faultOfAccess(folder + file); !fault.empty())
+        if (const std::string fault = faultOfAccess(examination, folder + file); !fault.empty())
             return broken(fault, fmt::format("chown root:{0} {1} && chmod 0640 {1}",
                                              systemPaths().agentAccount, folder + file));
     if (isDevelopmentValueKey())
@@ -126,7 +116,9 @@ Finding checkAgent(const Examination& examination) {
     if (!agentInstalled(machine))
         return broken("the login screen's agent is not installed",
                       "apt-get install quorl-login-agent");
-    if (!accountExists(systemPaths().agentAccount))
+    if (examination.account.get().empty())
+        return broken("the name service does not answer in time", "mend it (sssd, nslcd)");
+    if (!member(examination.account.get(), "exists"))
         return broken("its account " + systemPaths().agentAccount + " is missing",
                       "dpkg-reconfigure kesh-common");
     if (!machine.has("/usr/lib/systemd/system/QUORLLoginAgent.service") &&
@@ -191,7 +183,7 @@ Finding checkSupportFolder(const Examination& examination) {
     if (stat(folder.c_str(), &info) != 0)
         return broken(folder + " is missing", "keshctl setup, or reinstall kesh-common");
     for (const std::string& path : {folder, folder + "/offline-data.json", folder + "/dekey.key"})
-        if (const std::string fault = faultOfAccess(path); !fault.empty())
+        if (const std::string fault = faultOfAccess(examination, path); !fault.empty())
             return broken(fault, "dpkg-reconfigure kesh-common");
     // Enough for a counter, a record and the log's next lines.
     constexpr std::uint64_t least = std::uint64_t{10} << 20;

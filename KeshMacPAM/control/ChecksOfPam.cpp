@@ -119,7 +119,7 @@ Finding checkModule(const Examination& examination) {
     const std::string file = examination.machine.file(path);
     if (const std::string why = notRoots(file); !why.empty())
         return broken(path + " " + why, reinstall);
-    const auto said = Machine::worker({"module", file}, std::chrono::seconds(5));
+    const auto said = Machine::worker({"module", file}, std::chrono::seconds(8));
     if (!said || trimmed(*said) != "ok")
         return broken(path + " cannot be loaded: " + (said ? trimmed(*said) : said.error()),
                       reinstall);

@@ -74,6 +74,8 @@ Finding checkCertificate(const Examination& examination) {
                       "put the authority's certificate into "
                       "/usr/local/share/ca-certificates (.crt) and run "
                       "update-ca-certificates, or mend the server's certificate");
+    if (const auto why = stringValue(server, "unseen"))
+        return note("cannot be told, the server being too slow: " + *why, "run it again");
     return ok("trusted");
 }
 

@@ -46,7 +46,8 @@ constexpr std::array<Check, 20> allChecks = {{
     {"user's record", checkRecord},
 }};
 
-// Both end well before the whole does.
+// All end well before the whole does.
+constexpr std::chrono::seconds accountLimit{8};
 constexpr std::chrono::seconds serverLimit{16};
 constexpr std::chrono::seconds userLimit{10};
 
@@ -80,8 +81,11 @@ Examination examine(const Machine& machine, const std::optional<std::string>& us
                             .configReadable = access(path.c_str(), R_OK) == 0 || errno == ENOENT,
                             .asRoot = geteuid() == 0,
                             .user = user,
+                            .account = {},
                             .server = {},
                             .personal = {}};
+    examination.account =
+        std::async(std::launch::async, [] { return answerOf({"account"}, accountLimit); }).share();
     examination.server =
         std::async(std::launch::async, [] { return answerOf({"server"}, serverLimit); }).share();
     examination.personal = std::async(std::launch::async, [user] {

@@ -27,13 +27,15 @@ Finding skipped(std::string text);
 Finding needsRoot();
 
 /// What the checks look at. Each look may take its time, but ends by itself: whatever can hang runs
-/// in a process with a time limit.
+/// in a process with a time limit. The checks run side by side; the name service, which can hang
+/// and is not sure to bear that, is asked in workers.
 struct Examination {
     const Machine& machine;
     StoredConfig config;
     bool configReadable;
     bool asRoot;
     std::optional<std::string> user;
+    std::shared_future<Value> account;   ///< the agent's account, see accountWorker()
     std::shared_future<Value> server;    ///< what a look at the server gave, see serverWorker()
     std::shared_future<Value> personal;  ///< what is known of the user, see userWorker()
 };

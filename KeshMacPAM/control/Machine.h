@@ -29,7 +29,7 @@ class Machine {
     /// What a system program writes to standard output, with the reason when it cannot be had.
     using Output = tl::expected<std::string, std::string>;
     Output run(std::string_view program, std::vector<std::string> arguments,
-               std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
+               std::chrono::milliseconds limit = std::chrono::seconds(6)) const;
 
     /// The same of a part of keshctl itself that may hang, crash, or needs other settings, in a
     /// process of its own (see Workers.h).

@@ -153,9 +153,12 @@ void look(const std::string& url, Value& found) {
     if (date > 0)
         found["ahead"] = std::time(nullptr) - date;
     HttpClient client(CertificatePolicy::restrict, callLimits);
-    if (stringValue(client.makeSyncRequest("GET", url, "", "", Value::object()), "ERROR_MSG") ==
-        "BAD_CERT")
+    const auto error =
+        stringValue(client.makeSyncRequest("GET", url, "", "", Value::object()), "ERROR_MSG");
+    if (error == "BAD_CERT")
         found["certificate"] = certificateFault(handle.get());
+    else if (client.status() == 0)
+        found["unseen"] = error.value_or("no answer");
 }
 
 }  // namespace

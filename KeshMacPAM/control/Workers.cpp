@@ -5,6 +5,7 @@
 #include "SystemPaths.h"
 
 #include <dlfcn.h>
+#include <pwd.h>
 
 namespace quorl::control {
 
@@ -21,6 +22,16 @@ int reportRemovalWorker() {
         return exitFailed;
     }
     say("ok");
+    return exitDone;
+}
+
+int accountWorker() {
+    Value known = {{"asked", 1}};
+    if (getpwnam(systemPaths().agentAccount.c_str()))
+        known["exists"] = 1;
+    if (const auto readers = readersGroup())
+        known["readers"] = *readers;
+    say(known.dump());
     return exitDone;
 }
 
@@ -43,6 +54,8 @@ int runWorker(const Words& words) {
         return registerWorker();
     if (name == "report-removal")
         return reportRemovalWorker();
+    if (name == "account")
+        return accountWorker();
     if (name == "server")
         return serverWorker();
     if (name == "user" && words.size() == 2)

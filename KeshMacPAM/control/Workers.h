@@ -18,9 +18,13 @@ int reportRemovalWorker();
 
 /// Looks at the server in all the ways that the doctor wants to know of; prints an object.
 /// "addresses" or "why" not, "proxy", "connected" 1 or "why" not, "certificate": what is wrong with
-/// it, "ahead": seconds that this machine's clock is ahead of the server's, "signed": the status of
-/// a signed call.
+/// it, or "unseen": why that cannot be told, "ahead": seconds that this machine's clock is ahead of
+/// the server's, "signed": the status of a signed call.
 int serverWorker();
+
+/// The agent's account: "exists" 1, "readers": the group that reads what root keeps, where the
+/// support folder is shared with one.
+int accountWorker();
 
 /// What is known of a person: "record" (its name), "stored" 1, "local" 1, "standing", "factors",
 /// "methods", "limit" in words, "synced", "lockedFor" seconds or "guardFault".

@@ -107,11 +107,12 @@ class DoctorTest : public testing::Test, public KeshctlStage {
         const json list = json::parse(outcome.said, nullptr, false);
         std::vector<int> numbers;
         EXPECT_EQ(list.size(), 20) << outcome.said;
+        said.clear();
         for (const auto& check : list)
             if (check["mark"] == "broken") {
                 numbers.push_back(check["number"]);
                 EXPECT_NE(check["fix"], "") << check;
-                said = check["text"];
+                said += check["text"].get<std::string>() + "\n";
             }
         EXPECT_EQ(outcome.status, numbers.empty() ? 0 : numbers.front());
         return numbers;
