@@ -2,7 +2,9 @@
 // on the real processes.
 #include "AgentStage.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <map>
@@ -12,6 +14,7 @@ namespace quorl {
 namespace {
 
 using namespace test;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 constexpr const char* probe = QUORL_SOURCE_DIR "/tests/support/display_probe.py";
@@ -79,6 +82,19 @@ class ContainmentTest : public testing::Test {
         const std::string text = TestSandbox::read(out);
         return text.substr(std::min(text.find("saw:"), text.size()));
     }
+    /// Whether a stretch of magenta is to be seen on the screen.
+    bool magentaShown() {
+        const std::string out = (stage.sandbox.root() / "screen").string();
+        fs::remove(out);
+        Subprocess({.command = {"import", "-window", "root", "-depth", "8", "ppm:-"},
+                    .environment = {{"DISPLAY", stage.display()},
+                                    {"XAUTHORITY", (stage.sandbox.root() / "authority").string()}},
+                    .output = out})
+            .wait();
+        const std::string picture = TestSandbox::read(out);
+        EXPECT_TRUE(picture.starts_with("P6")) << picture.substr(0, 200);
+        return picture.find("\xff\0\xff\xff\0\xff\xff\0\xff"s) != std::string::npos;
+    }
     static std::set<std::string> root() {
         std::set<std::string> names;
         for (const auto& entry : fs::directory_iterator("/"))
@@ -92,15 +108,25 @@ class ContainmentTest : public testing::Test {
 TEST_F(ContainmentTest, APageIsConfinedWhateverTheAccountAndTheBus) {
     const auto before = root();
     for (const bool ordinary : {true, false}) {
-        for (const char* bus : {"", "unix:path=/nonexistent-bus"}) {
-            SCOPED_TRACE(std::string(ordinary ? "an ordinary account " : "root ") + bus);
-            stage.account = ordinary ? asNobody : AgentStage::Words();
+        stage.account = ordinary ? asNobody : AgentStage::Words();
+        const std::string address = "unix:path=/tmp/quorl-containment-bus-" +
+                                    std::to_string(getpid()) + "-" + std::to_string(ordinary);
+        AgentStage::Words live = stage.account;
+        live.insert(live.end(), {"dbus-daemon", "--session", "--nofork", "--address=" + address});
+        const Subprocess daemon({.command = live});
+        ASSERT_TRUE(waitFor([&] { return fs::is_socket(address.substr(10)); }));
+        for (const std::string& bus : {std::string(), address}) {
+            SCOPED_TRACE((ordinary ? "an ordinary account " : "root ") + bus);
             stage.agentPrefix = {"env", std::string("DBUS_SESSION_BUS_ADDRESS=") + bus,
                                  "HOME=/root"};
             outputOf({"chown", "-R", "0:0", stage.sandbox.root()});
             start();
             const std::string page = pageProcess();
             ASSERT_FALSE(page.empty()) << stage.log();
+            // What is not dumpable belongs to root, so that nobody of its account reads its keys.
+            struct stat memory {};
+            ASSERT_EQ(stat(fmt::format("/proc/{}/mem", stage.agent().pid()).c_str(), &memory), 0);
+            EXPECT_EQ(memory.st_uid, 0U);
             EXPECT_NE(TestSandbox::read("/proc/" + page + "/status").find("\nSeccomp:\t2"),
                       std::string::npos);
             for (const char* space : {"mnt", "net", "pid"})
@@ -145,33 +171,19 @@ TEST_F(ContainmentTest, NoKeyOfTheGreeterReachesThePagesProcess) {
 TEST_F(ContainmentTest, WhatWasPostedIsGoneFromMemoryAfterTheAnswer) {
     start();
     const std::string password = "Pw-hJ3vQ81zTnRw";
-    const std::string word = (stage.sandbox.root() / "word").string();
-    TestSandbox::write(word, password);
-    const auto copies = [&] {
-        const std::string out = (stage.sandbox.root() / "copies").string();
-        fs::remove(out);
-        Subprocess search(
-            {.command = {"python3", QUORL_SOURCE_DIR "/tests/support/memory_search.py",
-                         std::to_string(stage.agent().pid())},
-             .output = out,
-             .errors = out,
-             .input = word});
-        EXPECT_EQ(search.wait(std::chrono::seconds(60)), 0) << TestSandbox::read(out);
-        return TestSandbox::read(out);
-    };
     stage.request({{"MFA_REQUEST_URL", "/mfa/verify"},
                    {"USER_NAME", "alice"},
                    {"POST_DATA", "USER_NAME=alice&PASSWORD=" + password}});
     ASSERT_TRUE(stage.waitForPage()) << stage.log();
     EXPECT_EQ(stage.logged(password), 0U) << stage.log();
-    const std::string before = copies();
+    const std::string before = stage.copiesInMemory(password);
     EXPECT_NE(before, "") << "the search finds nothing";
     stage.clickClose();
     EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "FAILURE");
     // The engine has a heap of its own, where now and then one is left; our own copies were eight.
     std::string after;
     const auto gone = [&] {
-        after = copies();
+        after = stage.copiesInMemory(password);
         return after.empty() || after == "QUORLLoginAgent 1\n";
     };
     EXPECT_TRUE(waitFor(gone, std::chrono::seconds(5))) << "before:\n"
@@ -179,24 +191,44 @@ TEST_F(ContainmentTest, WhatWasPostedIsGoneFromMemoryAfterTheAnswer) {
                                                         << after;
 }
 
-TEST_F(ContainmentTest, ANeighboursSettingsLoadNoLibrary) {
+TEST_F(ContainmentTest, ANeighboursSettingsLoadNoLibraryAndDrawNothingNowOrLater) {
     stage.startDisplay();
-    const std::string library = (stage.sandbox.root() / "neighbour.so").string();
+    const fs::path root = stage.sandbox.root();
+    const std::string library = root / "neighbour.so";
     fs::copy("/usr/lib/x86_64-linux-gnu/libXau.so.6", library);
-    const std::string out = (stage.sandbox.root() / "settings").string();
-    Subprocess neighbour({.command = {"env", "DISPLAY=" + stage.display(),
-                                      "XAUTHORITY=" + (stage.sandbox.root() / "authority").string(),
-                                      probe, "settings", "Gtk/Modules", library},
-                          .output = out,
-                          .errors = out});
-    ASSERT_TRUE(waitFor([&] { return TestSandbox::read(out) == "ready\n"; }))
-        << TestSandbox::read(out);
-    stage.configure();
-    stage.startAgent();
-    // Met before the log is open.
-    EXPECT_NE((stage.log() + TestSandbox::read(stage.sandbox.root() / "agent.err"))
-                  .find("ModuleGate : library refused: " + library),
-              std::string::npos);
+    fs::create_directories(root / "theme/gtk-3.0");
+    TestSandbox::write(root / "theme/gtk-3.0/gtk.css", "* { background: #ff00ff; }");
+    const std::string theme = "../../../../../../.." + (root / "theme").string();
+    stage.configure({{"OFFLINE_MFA", "false"}});
+    for (const bool before : {true, false}) {
+        SCOPED_TRACE(before ? "there first" : "while the agent runs");
+        if (!before)
+            stage.startAgent();
+        const std::string out = root / (before ? "first" : "later");
+        Subprocess neighbour(
+            {.command = {"env", "DISPLAY=" + stage.display(),
+                         "XAUTHORITY=" + (root / "authority").string(), probe, "settings",
+                         "Gtk/Modules", library, "Net/ThemeName", theme},
+             .output = out,
+             .errors = out});
+        ASSERT_TRUE(waitFor([&] { return TestSandbox::read(out) == "ready\n"; }))
+            << TestSandbox::read(out);
+        if (before)
+            stage.startAgent();
+        // What it is told later it does not even try; the refusal comes before its log is open.
+        if (before) {
+            EXPECT_NE((stage.log() + TestSandbox::read(root / "agent.err"))
+                          .find("ModuleGate : library refused: " + library),
+                      std::string::npos);
+        }
+        EXPECT_FALSE(waitFor([&] { return magentaShown(); }, std::chrono::seconds(1)));
+        EXPECT_EQ(TestSandbox::read(fmt::format("/proc/{}/maps", stage.agent().pid()))
+                      .find("neighbour.so"),
+                  std::string::npos);
+        stage.agent().stop(SIGTERM);
+        fs::remove(stage.sandbox.support() / "VantorixClient.log");
+        fs::remove(root / "agent.err");
+    }
 }
 
 TEST_F(ContainmentTest, WithoutASandboxNoPageIsShownAndTheAgentLives) {

@@ -88,6 +88,26 @@ TEST_F(OfflineFlowTest, OneFactorForgivesWrongAndEmptyCodesAndTakesTheRightOne) 
     EXPECT_EQ(stage.answer(), failure);
 }
 
+TEST_F(OfflineFlowTest, ATypedCodeIsGoneFromMemoryAfterTheAnswer) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "looks into other processes: root only";
+    start(policy(1, Value::array(), {3}));
+    request();
+    const std::string code = "729041";
+    stage.type(code);
+    EXPECT_TRUE(waitFor([&] { return !stage.copiesInMemory(code).empty(); }))
+        << "the search finds nothing";
+    stage.press("Return");
+    ASSERT_TRUE(stage.waitForLog("MFAController::OnButtonOK : Entered OTP is invalid"));
+    enterApp();
+    EXPECT_EQ(stage.answer(), success) << stage.log();
+    std::string left;
+    EXPECT_TRUE(waitFor([&] { return (left = stage.copiesInMemory(code)).empty(); },
+                        std::chrono::seconds(5)))
+        << left;
+    EXPECT_EQ(stage.logged(code), 0U);
+}
+
 TEST_F(OfflineFlowTest, TheChosenMethodIsAskedFor) {
     start(policy(1));
     request();

@@ -146,6 +146,20 @@ void AgentStage::clickClose() {
     }
 }
 
+std::string AgentStage::copiesInMemory(const std::string& text) {
+    const std::string word = (sandbox.root() / "word").string();
+    const std::string found = (sandbox.root() / "found").string();
+    TestSandbox::write(word, text);
+    std::filesystem::remove(found);
+    Subprocess search({.command = {"python3", QUORL_SOURCE_DIR "/tests/support/memory_search.py",
+                                   std::to_string(agent_->pid())},
+                       .output = found,
+                       .errors = found,
+                       .input = word});
+    EXPECT_EQ(search.wait(std::chrono::seconds(60)), 0) << TestSandbox::read(found);
+    return TestSandbox::read(found);
+}
+
 std::string AgentStage::code(const std::string& secret, const std::string& algorithm) {
     std::string code = outputOf({"oathtool", "--totp=" + algorithm, "--base32", secret});
     while (!code.empty() && code.back() == '\n')

@@ -65,6 +65,9 @@ class AgentStage {
     /// Clicks the window's own close button.
     void clickClose();
     void xdotool(Words arguments);
+    /// Where the text lies in the memory of the agent and of the processes below it: a line each
+    /// with name and count.
+    std::string copiesInMemory(const std::string& text);
     /// The present code of a base32 secret, by an independent program.
     static std::string code(const std::string& secret, const std::string& algorithm = "sha1");
 

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """What a client of the display learns of its neighbours: display_probe.py spy SECONDS prints what
-reached it of keys and pictures; display_probe.py settings NAME VALUE holds the display's settings
-and offers that one text until it is ended."""
+reached it of keys and pictures, even while it holds the keyboard; display_probe.py settings
+NAME VALUE ... takes the display's settings over, tells everybody, and offers those texts until it
+is ended."""
 import ctypes
 import struct
 import sys
@@ -54,15 +55,21 @@ def spy(seconds):
     print("saw:", *sorted(seen), flush=True)
 
 
-def settings(name, value):
+def settings(*texts):
     window = number(x11.XCreateSimpleWindow(display, root, 0, 0, 1, 1, 0, number(0), number(0)))
-    selection = number(x11.XInternAtom(display, b"_XSETTINGS_S0", 0))
-    kind = number(x11.XInternAtom(display, b"_XSETTINGS_SETTINGS", 0))
-    padded = [text.encode() + b"\0" * (-len(text) % 4) for text in (name, value)]
-    data = struct.pack("<B3xII", 0, 1, 1) + struct.pack("<BxH", 1, len(name)) + padded[0] \
-        + struct.pack("<II", 1, len(value)) + padded[1]
+    selection, kind, manager = (number(x11.XInternAtom(display, name, 0)) for name in (
+        b"_XSETTINGS_S0", b"_XSETTINGS_SETTINGS", b"MANAGER"))
+    data = struct.pack("<B3xII", 0, 1, len(texts) // 2)
+    for name, value in zip(texts[::2], texts[1::2]):
+        padded = [text.encode() + b"\0" * (-len(text) % 4) for text in (name, value)]
+        data += struct.pack("<BxH", 1, len(name)) + padded[0] \
+            + struct.pack("<II", 1, len(value)) + padded[1]
     x11.XChangeProperty(display, window, kind, kind, 8, 0, data, len(data))
     x11.XSetSelectionOwner(display, selection, window, number(0))
+    # A client message to all: type, serial, sent, display, window, kind, format, five numbers.
+    message = struct.pack("iLiPLLi4x5l", 33, 0, 1, 0, root.value, manager.value, 32,
+                          0, selection.value, window.value, 0, 0)
+    x11.XSendEvent(display, root, 0, ctypes.c_long(1 << 17), message.ljust(192, b"\0"))
     x11.XSync(display, 0)
     print("ready", flush=True)
     time.sleep(60)
@@ -71,4 +78,4 @@ def settings(name, value):
 if sys.argv[1] == "spy":
     spy(float(sys.argv[2]))
 else:
-    settings(sys.argv[2], sys.argv[3])
+    settings(*sys.argv[2:])
