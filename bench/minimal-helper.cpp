@@ -3,6 +3,7 @@
 // libraries are the helper's.
 #include "ConfigParser.h"
 #include "LocalRecord.h"
+#include "OfflineDataHandler.h"
 
 #include <unistd.h>
 
@@ -12,6 +13,9 @@ int main(int argc, char** argv) {
         return 2;
     getProductConfig(getConfigFilePath());
     const auto now = std::chrono::floor<std::chrono::seconds>(systemClock().now());
-    const bool owed = LocalRecord(argv[1], systemClock()).owed(now).has_value();
+    const bool owed =
+        LocalRecord(argv[1], OfflineDataHandler::getOfflineData(argv[1]), systemClock())
+            .owed(now)
+            .has_value();
     return owed && write(STDOUT_FILENO, "!", 1) == 1 ? 0 : 1;
 }

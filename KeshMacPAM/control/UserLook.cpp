@@ -64,7 +64,7 @@ void lookAtRecord(const Person& person, Value& known) {
 
 int userWorker(const std::string& login) {
     Value known = {{"asked", 1}};
-    if (const auto person = findPerson(login)) {
+    if (const auto person = findPerson(login, OfflineDataHandler::getEnrolledUserList())) {
         known["record"] = person->record();
         known["local"] = person->domain == "LOCAL_ACCOUNT" ? 1 : 0;
         lookAtGuard(*person, known);

@@ -1,16 +1,20 @@
 #include "LocalRecord.h"
 
 #include "ConfigParser.h"
-#include "OfflineDataHandler.h"
 #include "OfflineRecord.h"
 
 namespace quorl {
 
-LocalRecord::LocalRecord(std::string user, const Clock& clock)
-    : user_(std::move(user)), clock_(clock), handler_(clock) {}
+LocalRecord::LocalRecord(std::string user, std::optional<Value> stored, const Clock& clock)
+    : user_(std::move(user)), stored_(std::move(stored)), clock_(clock), handler_(clock) {}
+
+LocalRecord::~LocalRecord() {
+    if (stored_)
+        wipe(*stored_);
+}
 
 OfflineState LocalRecord::state(std::chrono::sys_seconds now) const {
-    const OfflineStanding standing = handler_.standing(user_, now.time_since_epoch());
+    const OfflineStanding standing = handler_.standing(stored_, now.time_since_epoch());
     switch (standing.result) {
         case PreAuthResult::allowed:
             return standing.factors < 1 ? OfflineState::notEnrolled : OfflineState::allowed;
@@ -25,8 +29,7 @@ OfflineState LocalRecord::state(std::chrono::sys_seconds now) const {
 }
 
 std::optional<LocalRecord::Owed> LocalRecord::owed(std::chrono::sys_seconds now) const {
-    const auto stored = OfflineDataHandler::getOfflineData(user_);
-    const auto parts = stored ? RecordParts::of(*stored) : std::nullopt;
+    const auto parts = stored_ ? RecordParts::of(*stored_) : std::nullopt;
     const auto record = parts ? OfflineRecord::read(*parts) : std::nullopt;
     if (!record)
         return std::nullopt;

@@ -11,10 +11,15 @@
 
 namespace quorl {
 
-/// A user's stored record, as a sign-in needs it. Nothing but startAnew() waits for a network.
+/// A user's record, as a sign-in needs it. What is asked of it is asked of the record as it was
+/// read, since each reading of the store takes longer than all the rest before a first prompt; what
+/// is written goes by the store. Nothing but startAnew() waits for a network.
 class LocalRecord {
   public:
-    LocalRecord(std::string user, const Clock& clock);
+    LocalRecord(std::string user, std::optional<Value> stored, const Clock& clock);
+    ~LocalRecord();
+    LocalRecord(const LocalRecord&) = delete;
+    LocalRecord& operator=(const LocalRecord&) = delete;
 
     /// What the record allows, by that time.
     OfflineState state(std::chrono::sys_seconds now) const;
@@ -35,6 +40,7 @@ class LocalRecord {
 
   private:
     std::string user_;
+    std::optional<Value> stored_;
     const Clock& clock_;
     EnrollmentHandler handler_;
 };

@@ -1,7 +1,6 @@
 #include "Person.h"
 
 #include "AsciiCase.h"
-#include "OfflineDataHandler.h"
 #include "UserRecords.h"
 
 #include <pwd.h>
@@ -45,7 +44,8 @@ std::optional<LoginName> matchingRecord(const LoginName& login,
     return found;
 }
 
-std::optional<Person> findPerson(const std::string& login) {
+std::optional<Person> findPerson(const std::string& login,
+                                 const std::vector<std::string>& records) {
     std::vector<char> buffer(65'536);
     passwd entry{};
     passwd* account = nullptr;
@@ -53,7 +53,7 @@ std::optional<Person> findPerson(const std::string& login) {
     if (!account)
         return std::nullopt;
     LoginName name = splitLoginName(login);
-    if (const auto record = matchingRecord(name, OfflineDataHandler::getEnrolledUserList()))
+    if (const auto record = matchingRecord(name, records))
         return Person{account->pw_uid, record->name, record->domain};
     // Only then, since it may run a program.
     if (const auto domain = getUserDomain(login); domain && !domain->empty())

@@ -30,8 +30,8 @@ LoginName splitLoginName(const std::string& login);
 std::optional<LoginName> matchingRecord(const LoginName& login,
                                         const std::vector<std::string>& records);
 
-/// Asks the name service and the store for the person; nothing when the name service knows nobody
-/// of that name. Blocks.
-std::optional<Person> findPerson(const std::string& login);
+/// Asks the name service for the person, and the users of the store for how the server spells the
+/// name; nothing when the name service knows nobody of that name. Blocks.
+std::optional<Person> findPerson(const std::string& login, const std::vector<std::string>& records);
 
 }  // namespace quorl

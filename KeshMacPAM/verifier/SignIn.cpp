@@ -3,6 +3,8 @@
 #include "ConfigParser.h"
 #include "Journal.h"
 #include "LoginPrograms.h"
+#include "OfflineDataHandler.h"
+#include "OfflineDataJSONManipulator.h"
 #include "PageRequest.h"
 #include "SystemPaths.h"
 
@@ -47,6 +49,10 @@ void SignIn::run() {
         carryOut(*decision);
         return;
     }
+    // A page is never chosen without the server's state, which takes longer to know than the
+    // person.
+    if (way_ == Way::window)
+        probe_ = std::make_unique<ServerProbe>();
     if (!knowPerson()) {
         deny("no such user", "IDS_KESH_NOT_VERIFIED");
         return;
@@ -64,7 +70,8 @@ void SignIn::run() {
 
 bool SignIn::knowPerson() {
     host_.alive();
-    auto person = findPerson(start_.user);
+    const OfflineDataJSONManipulator store(getUserOfflineDataFilePath());
+    auto person = findPerson(start_.user, store.allMainKeys());
     if (!person)
         return false;
     person_ = std::move(*person);
@@ -76,7 +83,8 @@ bool SignIn::knowPerson() {
     } else {
         guardFault_ = state.error();
     }
-    record_ = std::make_unique<LocalRecord>(person_.record(), clock_);
+    record_ = std::make_unique<LocalRecord>(person_.record(),
+                                            store.retrieveDataForKey(person_.record()), clock_);
     offline_ = record_->state(limitTime);
     return true;
 }

@@ -54,6 +54,8 @@ class EnrollmentHandler {
     PreAuthResult preAuth(const std::string& user) const;
     /// The same at a time (since 1970-01-01 UTC) that the caller trusts more than the clock.
     OfflineStanding standing(const std::string& user, std::chrono::seconds now) const;
+    /// The same of a record that the caller has read; nothing for a user without one.
+    OfflineStanding standing(const std::optional<Value>& stored, std::chrono::seconds now) const;
 
     /// Counts a successful offline verification; true, and nothing counted, when the limit of
     /// attempts is reached already.

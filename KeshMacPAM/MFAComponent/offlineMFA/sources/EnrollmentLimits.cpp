@@ -61,11 +61,14 @@ PreAuthResult EnrollmentHandler::preAuth(const std::string& user) const {
 }
 
 OfflineStanding EnrollmentHandler::standing(const std::string& user, seconds now) const {
+    return standing(isOfflineMFA_ ? OfflineDataHandler::getOfflineData(user) : std::nullopt, now);
+}
+
+OfflineStanding EnrollmentHandler::standing(const std::optional<Value>& stored, seconds now) const {
     if (!isOfflineMFA_) {
         logLine("EnrollmentHandler::preAuth : Offline MFA not enabled");
         return {PreAuthResult::offlineMFADisabled, 0};
     }
-    const auto stored = OfflineDataHandler::getOfflineData(user);
     if (!stored) {
         logLine("EnrollmentHandler::preAuth : User policy data not found / user not enrolled ");
         return {PreAuthResult::noOfflineData, 0};
