@@ -5,7 +5,6 @@
 #include "Subprocess.h"
 #include "ValueKey.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <array>
@@ -199,25 +198,6 @@ TEST_F(ConfigParserTest, ChangesNothingWithoutAFileOrWithoutData) {
     EXPECT_TRUE(log_.has("removeConfiguration :: Config file : " + path_ + " not found\n"));
     EXPECT_TRUE(log_.has("updatePostConfigData :: Config file : " + path_ + " not found\n"));
     EXPECT_EQ(log_.count("updatePostConfigData :: Invalid config data obtained from server\n"), 2U);
-}
-
-TEST_F(ConfigParserTest, KeepsTheOldFileWhenAWriteFailsHalfWay) {
-    writePlist("{'SERVERNAME':'s'}");
-    const std::string before = TestSandbox::read(path_);
-    signal(SIGXFSZ, SIG_IGN);
-    rlimit limit{};
-    getrlimit(RLIMIT_FSIZE, &limit);
-    const rlimit small{.rlim_cur = 64U << 10, .rlim_max = limit.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &small);
-    addConfiguration("K", std::string(100U << 10, 'v'), path_);
-    setrlimit(RLIMIT_FSIZE, &limit);
-    EXPECT_TRUE(log_.has("addConfiguration :: Config file : " + path_ + " could not be written: "));
-    EXPECT_EQ(TestSandbox::read(path_), before);
-    for (const auto& entry : fs::directory_iterator(sandbox_.support()))
-        EXPECT_EQ(entry.path().string().find(".part-"), std::string::npos) << entry;
-    // What could not be read again is not written.
-    EXPECT_FALSE(changeConfiguration({{"K", std::string(5U << 20, 'v')}}, path_));
-    EXPECT_EQ(TestSandbox::read(path_), before);
 }
 
 TEST_F(ConfigParserTest, AServerIsAHostAndAPortAndCannotBeTurnedIntoAnother) {

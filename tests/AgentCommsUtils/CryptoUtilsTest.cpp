@@ -75,60 +75,11 @@ TEST(Base64, TakesTheStandardFormAlone) {
         EXPECT_FALSE(base64Decode(refused)) << refused;
 }
 
-TEST(DerivedKey, EqualsAnIndependentDerivation) {
-    const std::string script =
-        "import base64,hashlib,sys;"
-        "k=hashlib.pbkdf2_hmac('sha256',sys.argv[1].encode(),b'',10000,32);"
-        "print(base64.b64encode(k).decode(),end='')";
-    for (const std::string& input : {std::string(""), std::string("access key"),
-                                     std::string("Schlüssel"), std::string(200, 'k')})
-        EXPECT_EQ(generateAESKeyFromInput(input), outputOf({"python3", "-c", script, input}));
-}
-
 TEST(RandomKey, IsThirtyTwoBytesAndNeverTheSame) {
     const auto one = generateBase64EncodedAESKey();
     ASSERT_TRUE(one);
     EXPECT_EQ(base64Decode(*one)->size(), 32U);
     EXPECT_NE(one, generateBase64EncodedAESKey());
-}
-
-// RFC 2202 (SHA1), RFC 4231 (SHA256, SHA512): a short key, and one longer than a block.
-TEST(Hmac, GivesTheDigestsOfTheStandards) {
-    const std::string longMessage = "Test Using Larger Than Block-Size Key - Hash Key First";
-    struct Vector {
-        const char* algorithm;
-        Bytes key;
-        std::string message;
-        const char* digest;
-    };
-    for (const Vector& v : std::vector<Vector>{
-             {"SHA1", Bytes(20, 0x0b), "Hi There", "b617318655057264e28bc0b6fb378c8ef146be00"},
-             {"SHA1", Bytes(80, 0xaa), longMessage, "aa4ae5e15272d00e95705637ce8a3b55ed402112"},
-             {"SHA256", toBytes("Jefe"), "what do ya want for nothing?",
-              "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843"},
-             {"SHA256", Bytes(131, 0xaa), longMessage,
-              "60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54"},
-             {"SHA512", toBytes("Jefe"), "what do ya want for nothing?",
-              "164b7a7bfcf819e2e395fbe73b56e0a387bd64222e831fd610270cd7ea250554"
-              "9758bf75c05a994a6d034f65f8f0e6fdcaeab1a34d4a6b4b636e070a38bce737"},
-             {"SHA512", Bytes(131, 0xaa), longMessage,
-              "80b24263c7c1a3ebb71493c1dd7be8b49b46d1f41b4aeec1121b013783f8f352"
-              "6b56d037e05f2598bd0fd2215d6a1e5295e64f73f63f0aec8b915a985d786598"}}) {
-        Hmac hmac(*hashAlgorithm(v.algorithm), v.key);
-        EXPECT_EQ(convertDataBytesToHex(hmac.digest(asBytes(v.message)).view()), v.digest);
-        // A kept key serves one message after the other.
-        hmac.digest(asBytes("another message"));
-        EXPECT_EQ(convertDataBytesToHex(hmac.digest(asBytes(v.message)).view()), v.digest);
-    }
-    EXPECT_FALSE(hashAlgorithm("sha1"));
-    EXPECT_FALSE(hashAlgorithm("MD5"));
-}
-
-TEST(Hmac, SignsAsciiTextAlone) {
-    EXPECT_EQ(convertDataBytesToHex(getHMACSHA256Hash("Jefe", "what do ya want for nothing?")),
-              "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
-    EXPECT_TRUE(getHMACSHA256Hash("schlüssel", "text").empty());
-    EXPECT_TRUE(getHMACSHA256Hash("key", "téxt").empty());
 }
 
 TEST(Wipe, LeavesNothingInTheMemoryOfAText) {

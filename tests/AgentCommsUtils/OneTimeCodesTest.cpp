@@ -104,11 +104,6 @@ TEST(VerifyCode, TakesTheCodesOfItsWindowAndNothingThatOnlyResemblesOne) {
     const auto accepts = [&](const std::string& typed, TotpParameters parameters) {
         return verifyCode(rfcSecret, typed, at, parameters);
     };
-    for (const std::int64_t side : {-30'000, 30'000}) {
-        EXPECT_TRUE(accepts(codeAt(at + side), {"SHA1", 6, 1, 30}));
-        EXPECT_FALSE(accepts(codeAt(at + side), {"SHA1", 6, 0, 30}));
-        EXPECT_FALSE(accepts(codeAt(at + 2 * side), {"SHA1", 6, 1, 30}));
-    }
     // At this time the code begins with zeros (RFC 6238: 07081804).
     EXPECT_TRUE(verifyCode(rfcSecret, "081804", 1'111'111'109'000, {"SHA1", 6, 0, 30}));
     EXPECT_FALSE(verifyCode(rfcSecret, "81804", 1'111'111'109'000, {"SHA1", 6, 0, 30}));

@@ -223,17 +223,6 @@ TEST_F(ServerCommunicatorTest, OfAgentsThatRegisterAtOnceOneAsksAndAllHoldItsIde
     EXPECT_EQ(stored()["AGENT_ID"], "agent 7");
 }
 
-TEST_F(ServerCommunicatorTest, AStartClearsAwayWhatAKilledRegistrationLeft) {
-    configure(1, {{"AGENT_ID", "42"},
-                  {"ACCESS_KEY", *encryptText(accessKey, aesKey, iv)},
-                  {"RESTRICT_BADCERT", "false"}});
-    TestSandbox::write(configFile + ".part-killed", "half");
-    EXPECT_TRUE(ServerCommunicator(systemClock()).isAccessKeyExists());
-    EXPECT_EQ(stored()["INSTALLATION_KEY"], "");
-    EXPECT_FALSE(std::filesystem::exists(configFile + ".part-killed"));
-    EXPECT_NE(log().find("can sign in as anybody"), std::string::npos);
-}
-
 TEST_F(ServerCommunicatorTest, ARegistrationThatIsKilledLeavesAllOrNothing) {
     const TestServer server("server", serverSwitches());
     const auto inMicroseconds = [](auto span) {

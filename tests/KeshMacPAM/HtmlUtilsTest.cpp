@@ -18,21 +18,6 @@ class HtmlUtilsTest : public ::testing::Test {
     HtmlUtils html{view, window, resources};
 };
 
-TEST_F(HtmlUtilsTest, putsValuesIntoTheTemplatesAsTheyStand) {
-    html.setValueAttribute("PASSCODE", "");
-    html.setSrcAttribute("LOGO", "/a b/it's.png");
-    html.putInnerHtml("T", "a\"b{}\\");
-    html.removeAttribute("T", "class");
-    html.insertAdjacentHTML("T", "beforeEnd", "<b class=\"x\">%@</b>");
-    const std::vector<std::string> expected = {
-        "document.getElementById('PASSCODE').value='';",
-        "document.getElementById('LOGO').src='/a b/it's.png';\n'",
-        "document.getElementById('T').innerHTML = 'a\"b{}\\';",
-        "document.getElementById('T').removeAttribute('class');",
-        "document.getElementById('T').insertAdjacentHTML('beforeEnd', '<b class=\"x\">%@</b>');"};
-    EXPECT_EQ(view.scripts, expected);
-}
-
 TEST_F(HtmlUtilsTest, aFailedScriptIsLoggedAndTheNextOneRuns) {
     view.answer = [](const std::string& script) -> ScriptResult {
         if (script == "bad")

@@ -171,24 +171,6 @@ TEST_F(OfflineLimitsTest, AskNoServerAndSayWhenRecordsCouldBeAnybodys) {
     EXPECT_EQ(count(log, "get agent key"), 0U) << log;
 }
 
-TEST_F(OfflineLimitsTest, SayWhatWasReached) {
-    const EnrollmentHandler handler(clock);
-    clock.set(seconds(2'000'000));
-    store(user, record(2, 3, 5, 0));
-    newLines();
-    handler.preAuth(user);
-    EXPECT_NE(newLines().find("EnrollmentHandler::preAuth : User Offline MFA limit reached "
-                              "validUserAttempts 5, attempt limit in policy: 3\n"),
-              std::string::npos);
-    store(user, record(1, 2, 5, 7));
-    newLines();
-    handler.preAuth(user);
-    EXPECT_NE(newLines().find(
-                  "EnrollmentHandler::preAuth : User Offline MFA limit reached, it has been 2 days "
-                  "since you performed online verification. Last online time: 7\n"),
-              std::string::npos);
-}
-
 TEST_F(OfflineLimitsTest, AreNotReadFromARecordThatIsNotWhole) {
     EnrollmentHandler handler(clock);
     newLines();

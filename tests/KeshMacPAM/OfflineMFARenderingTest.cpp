@@ -87,13 +87,6 @@ TEST_F(OfflineFlow, fillsTheChooseViewInOrder) {
     EXPECT_EQ(scripts, expected);
 }
 
-TEST_F(OfflineFlow, withoutAViewOnlyNamesAndTextsAreWritten) {
-    controller = std::make_shared<OfflineMFAController>("anna", "CORP", html, clock);
-    const Scripts scripts = finishLoad();
-    ASSERT_EQ(scripts.size(), 4U);
-    EXPECT_EQ(scripts[2], "");
-}
-
 TEST_F(OfflineFlow, aTokenIsNamedByItsSerialNumberAndLimitsByDays) {
     Value enrolled = enrollments();
     enrolled["14"]["HARDWARE_TOKEN_SERIAL_NUMBER"] = "QK-1";

@@ -97,21 +97,6 @@ TEST_F(StoreTest, LooksUpAndDeletesUsersAndStartsMissingRecords) {
     EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
 }
 
-TEST_F(StoreTest, ChangesARecordByWhatItHolds) {
-    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
-    OfflineDataHandler::setOfflineData(user, "N", 1);
-    const auto raise = [](const Value& record) {
-        return std::optional(Value{{"N", record.at("N").get<int>() + 1}});
-    };
-    using enum OfflineDataHandler::Updated;
-    EXPECT_EQ(OfflineDataHandler::updateUserRecord(user, raise), written);
-    const auto leave = [](const Value&) { return std::optional<Value>(); };
-    EXPECT_EQ(OfflineDataHandler::updateUserRecord(user, leave), leftAlone);
-    EXPECT_EQ(OfflineDataHandler::getOfflineData(user), Value({{"N", 2}}));
-    EXPECT_EQ(OfflineDataHandler::updateUserRecord("nobody", raise), noRecord);
-    EXPECT_EQ(OfflineDataHandler::getEnrolledUserList(), std::vector<std::string>{user});
-}
-
 TEST_F(StoreTest, CannotBeReadOrWrittenWithoutItsKey) {
     TestSandbox::write(dataFile_, "");
     EXPECT_TRUE(OfflineDataHandler::getEnrolledUserList().empty());
@@ -310,27 +295,6 @@ TEST_F(StoreTest, KeepsTheOldDataWhenTheDiskIsFull) {
     EXPECT_EQ(std::distance(fs::directory_iterator(sandbox_.support()), fs::directory_iterator()),
               3)
         << "data, key and lock, no temporary file";
-}
-
-TEST_F(StoreTest, KeepsTheOldDataInAFolderThatCannotBeWritten) {
-    ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
-    OfflineDataHandler::setOfflineData(user, "K", 1);
-    // Permissions do not bind the superuser, who therefore becomes somebody else for the change.
-    constexpr uid_t nobody = 65534;
-    const uid_t self = geteuid();
-    if (self == 0) {
-        for (const auto& entry : fs::recursive_directory_iterator(sandbox_.root()))
-            ASSERT_EQ(chown(entry.path().c_str(), nobody, static_cast<gid_t>(-1)), 0);
-        ASSERT_EQ(chown(sandbox_.root().c_str(), nobody, static_cast<gid_t>(-1)), 0);
-        ASSERT_EQ(seteuid(nobody), 0);
-    }
-    fs::permissions(sandbox_.support(), static_cast<fs::perms>(0500));
-    OfflineDataHandler::setOfflineData(user, "K", 2);
-    const auto read = OfflineDataHandler::getOfflineData(user);
-    fs::permissions(sandbox_.support(), static_cast<fs::perms>(0700));
-    ASSERT_EQ(seteuid(self), 0);
-    EXPECT_EQ(read, Value({{"K", 1}}));
-    EXPECT_TRUE(log_.has("saveToFile::Error writing modified offline JSON data to file.\n"));
 }
 
 }  // namespace

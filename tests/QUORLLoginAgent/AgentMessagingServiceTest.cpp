@@ -161,15 +161,6 @@ TEST_F(RelayTest, PassesRequestAndResultUnchangedAndLogsEachStep) {
     EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
-TEST_F(RelayTest, LogsTheDescriptionOfARequest) {
-    startRelay();
-    const auto body = archive({{"USER_NAME", "al\nice"}});
-    Client client = request(*body);
-    ASSERT_TRUE(appHas(2));
-    EXPECT_EQ(atApp_[1].components, std::vector<Bytes>{*body});
-    EXPECT_TRUE(log_.has("] {\n    USER_NAME = \"al\\nice\";\n}\n")) << log_.text();
-}
-
 TEST_F(RelayTest, AResultWithoutContentGoesNoFurther) {
     startRelay();
     Client client = request({1});

@@ -194,17 +194,6 @@ TEST_F(AppDelegateTest, LoadFailuresShowTheErrorPageThatFits) {
     EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
 }
 
-TEST_F(AppDelegateTest, AForeignPageIsRefusedWithTheErrorPage) {
-    launch();
-    request({{"MFA_REQUEST_URL", "/mfa"}});
-    EXPECT_EQ(view->delegate().decidePolicyForNavigationAction("https://server.test:8443/mfa"),
-              NavigationDecision::allow);
-    EXPECT_EQ(view->delegate().decidePolicyForNavigationAction("https://evil.test/"),
-              NavigationDecision::cancel);
-    EXPECT_EQ(view->stops, 1);
-    EXPECT_EQ(drawnError(), "External URL is denied. Please contact the administrator.");
-}
-
 TEST_F(AppDelegateTest, AListWithoutTheBlankPageRefusesEverythingElseButThat) {
     launch({{"MAC_AGENT_HOST_EXCLUDE", "idp.test"}});
     EXPECT_TRUE(logged("initBrowser : MAC_AGENT_HOST_EXCLUDE lacks about:blank"));
@@ -328,15 +317,6 @@ TEST_F(AppDelegateTest, AResultBeforeTheCheckInIsForgottenAndTerminationClosesTh
     EXPECT_TRUE(logged("QUORLLoginAgent Application terminated"));
     logLine("after the end");
     EXPECT_FALSE(logged("after the end"));
-}
-
-TEST_F(AppDelegateTest, WithoutPortsTheRelayStillStarts) {
-    ports.exhausted = true;
-    writePropertyListFile(sandbox.support() / "config.plist", Value::object());
-    delegate.emplace(AppServices{application, ports, resources, clock});
-    delegate->applicationDidFinishLaunching();
-    delegate.reset();
-    EXPECT_TRUE(logged("AgentMessagingService : Unable to open MFA Server port."));
 }
 
 TEST(AppDelegateDeathTest, AMissingPanelStopsTheProgramAtOnce) {

@@ -75,12 +75,6 @@ TEST_F(KeshRequestTest, NoAnswerIsTwoAndSaysWhy) {
     EXPECT_THAT(errors(), HasSubstr("the agent dropped the request"));
 }
 
-TEST_F(KeshRequestTest, WaitsNoLongerThanItsTimeout) {
-    serve(Value(nullptr));
-    EXPECT_EQ(run({"--offline-mfa", "--timeout", "1"}), 2);
-    EXPECT_THAT(errors(), HasSubstr("the time is up"));
-}
-
 TEST_F(KeshRequestTest, WrongUsageSendsNothing) {
     serve(Value{{"MFA_AUTH_RESULT", "SUCCESS"}});
     const std::pair<std::vector<std::string>, std::string> cases[] = {

@@ -139,7 +139,7 @@ TEST(AgentStart, WithoutASupportDirectoryRequestsAreServedAllTheSame) {
     }));
     EXPECT_NE(TestSandbox::read(errors).find("VantorixClient.log"), std::string::npos);
     EXPECT_TRUE(second->running()) << "a second agent lives without the name";
-    EXPECT_EQ(agent->stop(SIGTERM), 0);
+    EXPECT_EQ(agent->stop(SIGTERM), 0) << TestSandbox::read(errors);
 }
 
 }  // namespace

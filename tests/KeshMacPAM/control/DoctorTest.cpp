@@ -16,14 +16,6 @@ const std::string accessKey(64, 'c');
 const std::string installationKey = "demo-installation-key";
 const std::string helper = KESH_HELPER;
 
-std::string underTheValueKey(const std::string& text) {
-    return outputOf({"sh", "-c",
-                     "printf %s \"$0\" | openssl enc -aes-256-cbc -a -A -K "
-                     "6d61e11afe1eb951a8969a7aa524a71fe2f9218be0df0944b45c696c2b908bbd -iv "
-                     "5c1e0a7f3b92d4e6a18c07f2b4d96e31",
-                     text});
-}
-
 // A machine of which everything is in order, with LightDM, sshd and an enrolled user.
 class DoctorTest : public testing::Test, public KeshctlStage {
   protected:

@@ -3,7 +3,6 @@
 #include "TestSandbox.h"
 #include "WaitingLock.h"
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -120,47 +119,6 @@ TEST_F(AttemptGuardTest, IsLockedForAMinuteByWhateverItDidNotWrite) {
     EXPECT_FALSE(guard_.see());
     chmod(folder_.c_str(), 0777);
     EXPECT_FALSE(guard_.see()) << "anybody's folder";
-}
-
-TEST_F(AttemptGuardTest, SaysWhenNothingCanBeWritten) {
-    wrong(9);
-    const pid_t child = fork();
-    if (child == 0) {
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit none{0, 0};
-        setrlimit(RLIMIT_FSIZE, &none);
-        _exit(
-            guard_.change([](GuardState& state, GuardState::Time now) { state.noteWrong(now, 1); })
-                ? 1
-                : 0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    wrong();
-    EXPECT_EQ(lockedFor(), 60s) << "what was there before is there still";
-}
-
-TEST_F(AttemptGuardTest, SurvivesKillsInTheMiddleOfAWrite) {
-    for (int kill_ = 0; kill_ < 300; ++kill_) {
-        const pid_t child = fork();
-        if (child == 0)
-            for (;;)
-                guard_.change([](GuardState& state, GuardState::Time) {
-                    // Of another length each time, and never the content of a damaged file.
-                    state.noteUsed(3, state.used[3] + 1 + state.used[3] / 7);
-                    if (state.used[3] > 1'000'000'000)
-                        state.used.clear();
-                });
-        std::this_thread::sleep_for(microseconds(200 + 37 * (kill_ % 97)));
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-    }
-    EXPECT_EQ(lockedFor(), 0s);
-    EXPECT_GT(guard_.see()->used.size(), 0U);
-    // What the killed left beside the file is gone with the next change.
-    wrong();
-    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 2);
 }
 
 TEST_F(AttemptGuardTest, WaitsForALockOnlySoLong) {
