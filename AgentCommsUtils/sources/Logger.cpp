@@ -1,14 +1,17 @@
 #include "Logger.h"
 
 #include "Handle.h"
+#include "SystemPaths.h"
 
 #include <errno.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 
 namespace quorl {
@@ -72,12 +75,28 @@ LogDescriptor& logDescriptor() {
     return descriptor;
 }
 
+// Where the packages have set the machine up, administrators read a new log of root's as they read
+// the system's own.
+void shareWithAdministrators(const FileDescriptor& file) {
+    std::array<char, 4096> names{};
+    group entry{};
+    group* administrators = nullptr;
+    if (geteuid() == 0 && readersGroup() &&
+        getgrnam_r("adm", &entry, names.data(), names.size(), &administrators) == 0 &&
+        administrators && fchown(file.get(), 0, administrators->gr_gid) == 0)
+        fchmod(file.get(), S_IRUSR | S_IWUSR | S_IRGRP);
+}
+
 std::FILE* openLog(const std::string& path) {
     LogDescriptor& log = logDescriptor();
-    const FileDescriptor file(
-        open(path.c_str(),
-             O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC,
-             S_IRUSR | S_IWUSR));
+    constexpr int flags =
+        O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    constexpr mode_t mode = S_IRUSR | S_IWUSR;
+    FileDescriptor file(open(path.c_str(), flags | O_EXCL, mode));
+    if (file)
+        shareWithAdministrators(file);
+    else if (errno == EEXIST)
+        file = FileDescriptor(open(path.c_str(), flags, mode));
     const std::string reason = file ? "not a regular file" : strerror(errno);
     struct stat attributes {};
     const bool regular = file && fstat(file.get(), &attributes) == 0 && S_ISREG(attributes.st_mode);

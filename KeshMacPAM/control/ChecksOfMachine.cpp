@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* setupAgain = "keshctl setup, see keshctl setup --help";
 
-// Who may use a file that root keeps: nobody but root and the agent's account.
+// Who may use a file that root keeps: nobody but root and the agent's account, which must.
 std::string faultOfAccess(const Examination& examination, const std::string& path) {
     struct stat info {};
     if (lstat(path.c_str(), &info) != 0)
@@ -29,6 +29,9 @@ std::string faultOfAccess(const Examination& examination, const std::string& pat
     if ((info.st_mode & (S_IWGRP | S_IRWXO)) != 0 ||
         (groupReads && !(readers && *readers == info.st_gid)))
         return fmt::format("{} is open to others (mode {:04o})", path, info.st_mode & 07777);
+    if (readers && (*readers != info.st_gid || !groupReads))
+        return fmt::format("{} cannot be read by the agent, which runs as {}", path,
+                           systemPaths().agentAccount);
     return "";
 }
 

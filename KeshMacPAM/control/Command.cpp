@@ -18,12 +18,17 @@ int misused(const Command& command, std::string_view why) {
 
 int failed(const std::string& sentence, int status) {
     std::fflush(stdout);
-    fmt::print(stderr, "keshctl: {}\n", sentence);
+    const std::string line = "keshctl: " + sentence;
+    fmt::print(stderr, "{}\n", isatty(STDERR_FILENO) != 0 ? wrapped(line, 0) : line);
     return status;
 }
 
 void say(const std::string& line) {
     fmt::print("{}\n", line);
+}
+
+void tell(const std::string& text) {
+    say(wrapped(text, 0));
 }
 
 std::string shown(std::string_view text) {

@@ -41,11 +41,15 @@ extern const Command reportCommand;
 /// Says on standard error that the words are no way to call the command, and gives exitUsage.
 int misused(const Command& command, std::string_view why);
 
-/// Says in one sentence on standard error what failed, and gives the status.
+/// Says in one sentence on standard error what failed, and gives the status. One line, but where
+/// somebody reads it at a terminal.
 int failed(const std::string& sentence, int status = exitFailed);
 
 /// A line to standard output.
 void say(const std::string& line);
+
+/// A text to standard output, in lines that fit a terminal of 80 columns.
+void tell(const std::string& text);
 
 /// A text for a terminal that came from elsewhere: one line, control characters escaped.
 std::string shown(std::string_view text);

@@ -61,14 +61,14 @@ void printDoors(const Machine& machine) {
     if (!exempt)
         say("Everybody but root is asked at these doors.");
     else if (accounts.onlyLocal)
-        say(
-            fmt::format("Asked: 0 of {} accounts: all are local; `local = require` in\n"
+        tell(
+            fmt::format("Asked: 0 of {} accounts: all are local; `local = require` in "
                         "/etc/security/pam_kesh.conf asks them too.",
                         count));
     else
-        say(
-            fmt::format("Asked: the directory's accounts; not the {} local ones (`local = require` "
-                        "in\n/etc/security/pam_kesh.conf asks them too).",
+        tell(
+            fmt::format("Asked: the directory's accounts; not the {} local ones (`local = "
+                        "require` in /etc/security/pam_kesh.conf asks them too).",
                         count));
 }
 
@@ -162,7 +162,7 @@ int enable(const Machine& machine, const Words& words) {
         return failed("not enabled: " + whyNotEnabled(machine), exitRefused);
     noteInJournal("the second factor was enabled");
     printDoors(machine);
-    say("Enabled. Keep a root shell open until a login was tried; `keshctl disable` goes back.");
+    tell("Enabled. Keep a root shell open until a login was tried; `keshctl disable` goes back.");
     return exitDone;
 }
 
@@ -204,12 +204,12 @@ int disable(const Machine& machine, const Words& words) {
         if (auto done = takeOut(machine, file); !done)
             return failed(file + " still names the module: " + done.error());
         if (!quiet)
-            say("Our lines were taken out of " + file + ".");
+            tell("Our lines were taken out of " + file + ".");
     }
     if (const std::string left = notClean(machine); !left.empty())
         return failed(left + " still names the module, or cannot be read; mend it by hand");
     if (!said && !quiet)
-        say("pam-auth-update could not be run (" + said.error() + "); the files are clean.");
+        tell("pam-auth-update could not be run (" + said.error() + "); the files are clean.");
     if (was)
         noteInJournal("the second factor was disabled");
     if (!quiet)

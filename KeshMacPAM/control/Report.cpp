@@ -135,7 +135,7 @@ int run(const Machine& machine, const Words& words) {
         fs::remove(path, ignored);
         return failed("the report could not be written; make room and try again");
     }
-    say(shown(path) + " is written. Look through it before it is sent.");
+    tell(shown(path) + " is written. Look through it before it is sent.");
     return exitDone;
 }
 

@@ -187,11 +187,11 @@ int setUp(const SetupRequest& request) {
     if (auto done = staged.takeEffect(); !done)
         return failed(done.error() + "; make room or mend it and run setup again");
     const bool anew = request.renew || !wasRegistered;
-    say(fmt::format("{} as agent {}. Next: {}.",
-                    anew ? "This machine is registered" : "The server accepts this machine",
-                    shown(*identifier),
-                    request.renew ? "everybody signs in once with the server, for a new record"
-                                  : "keshctl enable, then keshctl doctor"));
+    tell(fmt::format("{} as agent {}. Next: {}.",
+                     anew ? "This machine is registered" : "The server accepts this machine",
+                     shown(*identifier),
+                     request.renew ? "everybody signs in once with the server, for a new record"
+                                   : "keshctl enable, then keshctl doctor"));
     return exitDone;
 }
 
@@ -219,8 +219,9 @@ int makeValueKey() {
     wipe(text);
     if (!written)
         return failed(written.error());
-    say(path + " holds a new value key. Next: give it to the server, on a safe way, then run");
-    say("keshctl setup --server ... on this machine.");
+    tell(path +
+         " holds a new value key. Next: give it to the server, on a safe way, then run keshctl "
+         "setup --server ... on this machine.");
     return exitDone;
 }
 

@@ -163,6 +163,18 @@ TEST_F(DoctorTest, FindsNothingOnAWholeMachineAndNamesEachLinkThatIsBrokenAlone)
                                           std::filesystem::perms(0644));
          },
          "open to others"},
+        {5,
+         [&] {
+             // Shared with the agent, and then written by hand.
+             const auto share = [&](const char* name, mode_t mode) {
+                 const std::string path = sandbox.support() / name;
+                 EXPECT_EQ(chown(path.c_str(), 0, 65534) + chmod(path.c_str(), mode), 0) << path;
+             };
+             share(".", 0750);
+             share("offline-data.json", 0640);
+             share("dekey.key", 0640);
+         },
+         "cannot be read by the agent"},
         {6, [&] { set("LOGIN_MFA", "false"); }, "nobody is asked"},
         {7, [&] { write("/etc/shadow", "root:*:1::::::\n"); }, "nobody gets in"},
         {8, [&] { set("SERVERNAME", "nowhere.invalid"); }, "does not resolve"},
