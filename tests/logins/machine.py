@@ -164,6 +164,7 @@ class Machine:
                  for name in self.people}
         write("/etc/selfservice/users.json", json.dumps(users))
         key = self.access_key() if os.path.exists(CONFIG) else ""
+        arguments = (*arguments, "--value-key", self.value_key())
         with open("/var/log/selfservice.out", "w+", encoding="utf-8") as out:
             self.server = subprocess.Popen(
                 ["python3", f"{PROJECT}/tools/selfservice-server", "--port", str(PORT),
@@ -205,10 +206,13 @@ class Machine:
     def enable(self):
         return run("keshctl", "enable", "--with-sshd")
 
+    def value_key(self):
+        return text_of(f"{SUPPORT}/value.key").strip() or VALUE_KEY
+
     def access_key(self):
         with open(CONFIG, "rb") as file:
             stored = plistlib.load(file).get("ACCESS_KEY", "")
-        return aes(base64.b64decode(stored), bytes.fromhex(VALUE_KEY), "-d").decode() if stored else ""
+        return aes(base64.b64decode(stored), bytes.fromhex(self.value_key()), "-d").decode() if stored else ""
 
     def _file_key(self):
         derived = hashlib.pbkdf2_hmac("sha256", self.access_key().encode(), b"", 10000, 32)
