@@ -44,15 +44,24 @@ std::string faultOf(const Machine& machine, const std::string& door) {
     return wayPast(stack, lines->first);
 }
 
-// Doors that ask no second factor, and that somebody may not think of.
-std::string otherDoors(const Machine& machine) {
+// Doors that ask no second factor, and that somebody may not think of. One for automatic logins
+// lies on every machine with a login screen and opens nothing by itself: check 16 looks whether it
+// is used.
+struct OtherDoors {
     std::string names;
+    bool opens = false;
+};
+
+OtherDoors otherDoors(const Machine& machine) {
+    OtherDoors others;
     for (const std::string& name : machine.names("/etc/pam.d"))
         if (name == "polkit-1" || name == "gdm-fingerprint" || name.starts_with("gdm-smartcard") ||
             name.ends_with("-autologin"))
-            if (!pam::listed(moduleOptions(machine).services.view(), name))
-                names += (names.empty() ? "" : ", ") + name;
-    return names;
+            if (!pam::listed(moduleOptions(machine).services.view(), name)) {
+                others.names += (others.names.empty() ? "" : ", ") + name;
+                others.opens = others.opens || !name.ends_with("-autologin");
+            }
+    return others;
 }
 
 std::string modulePath(const Machine& machine) {
@@ -104,11 +113,14 @@ Finding checkDoors(const Examination& examination) {
             return broken(door.service + ": " + fault, "mend /etc/pam.d/" + door.service);
         asked += (asked.empty() ? "" : ", ") + door.service;
     }
-    const std::string others = otherDoors(machine);
+    const OtherDoors others = otherDoors(machine);
     if (asked.empty())
         return broken("no door of this machine asks",
                       "name its services in /etc/security/pam_kesh.conf");
-    return others.empty() ? ok(asked) : note(asked + "; without us: " + others);
+    if (others.names.empty())
+        return ok(asked);
+    const std::string text = asked + "; without us: " + others.names;
+    return others.opens ? note(text) : ok(text);
 }
 
 Finding checkModule(const Examination& examination) {
