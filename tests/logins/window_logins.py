@@ -7,6 +7,7 @@ import re
 import subprocess
 import time
 
+from display_logins import display_cases
 from machine import PASSWORD, SUPPORT, code, processes, run, text_of, wait_for, write
 from terminal import Failed
 
@@ -335,7 +336,8 @@ class WindowLogins:
                 ("lightdm: root at once", self.root_at_once),
                 ("lightdm: local account at once", self.local_at_once),
                 ("lightdm: agent dead", self.agent_dead),
-                ("lightdm: X server gone", self.x_server_gone)):
+                ("lightdm: X server gone", self.x_server_gone),
+                *display_cases(self)):
             if only not in name:
                 continue
 
