@@ -1,6 +1,7 @@
 #include "CodePrompts.h"
 
 #include "CryptoUtils.h"
+#include "LoginPrograms.h"
 
 #include <charconv>
 
@@ -36,7 +37,7 @@ CodePrompts::Result CodePrompts::run(LocalRecord::Owed owed) {
 
 std::optional<CodePrompts::Result> CodePrompts::ask(const std::string& prompt, bool hidden,
                                                     std::string& typed) {
-    HostReply reply = host_.ask(preface_ + prompt, hidden);
+    HostReply reply = host_.ask(preface_ + prompt, hidden || replacesPrompts(start_.service));
     const WipeAtExit wiped(reply.text);
     preface_.clear();
     switch (reply.answer) {

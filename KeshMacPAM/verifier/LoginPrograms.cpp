@@ -22,4 +22,8 @@ bool showsErrorTexts(std::string_view service) {
     return isAmong<3>(service, {"login", "su", "su-l"});
 }
 
+bool replacesPrompts(std::string_view service) {
+    return isAmong<2>(service, {"sudo", "sudo-i"});
+}
+
 }  // namespace quorl

@@ -12,4 +12,8 @@ bool showsAgentWindow(std::string_view service);
 /// logins hold them back.
 bool showsErrorTexts(std::string_view service);
 
+/// Programs that can put a text of their caller's in the place of every prompt: people then type
+/// the password where a code is asked for, and it must not stand on the screen.
+bool replacesPrompts(std::string_view service);
+
 }  // namespace quorl

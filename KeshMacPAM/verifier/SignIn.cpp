@@ -363,7 +363,7 @@ void SignIn::tell(const Denial& denial) {
     if (showsErrorTexts(start_.service))
         host_.say(denial.text, true);
     else
-        host_.ask(denial.text + " " + texts_.get("IDS_KESH_PRESS_RETURN"), false);
+        host_.ask(denial.text + " " + texts_.get("IDS_KESH_PRESS_RETURN"), true);
 }
 
 void SignIn::finish(verifier::Verdict verdict) {

@@ -1,7 +1,9 @@
 // The helper as a program in text services: who is asked, what counts, what is said.
 #include "HelperStage.h"
+#include "TestClock.h"
 
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 
 namespace quorl::test {
 namespace {
@@ -183,6 +185,75 @@ TEST_F(HelperTextTest, EndsWithItsHost) {
     foreign.send(garbage);
     EXPECT_TRUE(endsSoon(foreign));
     EXPECT_THAT(log(), HasSubstr("outcome=denied reason=the sign-in was cancelled"));
+
+    // Killed, while a child that another thread of it forked holds its end of the pair open.
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const pid_t host = fork();
+    if (host == 0) {
+        ModuleEnd module(environment());
+        atPrompt(module);
+        const pid_t pids[] = {module.helper().pid(), fork()};
+        if (pids[1] != 0)
+            (void)!write(ends[1], pids, sizeof pids);
+        for (;;)
+            pause();
+    }
+    pid_t pids[2] = {};
+    ASSERT_EQ(read(ends[0], pids, sizeof pids), ssize_t{sizeof pids});
+    kill(host, SIGKILL);
+    waitpid(host, nullptr, 0);
+    EXPECT_TRUE(waitFor(
+        [&] {
+            const std::string path = "/proc/" + std::to_string(pids[0]) + "/stat";
+            const std::string stat = TestSandbox::read(path);
+            return stat.empty() || stat.find(") Z ") != std::string::npos;
+        },
+        std::chrono::seconds(1)));
+    EXPECT_THAT(log(), HasSubstr("outcome=denied reason=the login program ended"));
+    kill(pids[1], SIGKILL);
+}
+
+TEST_F(HelperTextTest, HoldsItsLimitsWhereTheClockIsTurned) {
+    using std::chrono::days;
+    const auto present = std::chrono::floor<std::chrono::seconds>(systemClock().now());
+    const auto byDays = [&](days ago) {
+        Value limited = record();
+        limited["POLICY_DATA"]["OFFLINE_MFA_LIMIT_TYPE"] = 1;
+        limited["POLICY_DATA"]["OFFLINE_MFA_LIMIT_VALUE"] = 1;  // ten days
+        limited["USER_DATA"]["LAST_ONLINE_MFA_TIME"] = (present - ago).time_since_epoch().count();
+        return limited;
+    };
+    constexpr const char* unlocked = "Code from";
+    const struct {
+        const char* what;
+        days guardSaw;  ///< from now
+        int wrong;      ///< codes at that time
+        Value record;
+        Verdict verdict;
+        const char* said;
+    } rows[] = {
+        {"right all along", days(0), 0, byDays(days(5)), Verdict::Granted, unlocked},
+        {"set back: days count on", days(365), 0, byDays(days(5)), Verdict::DeniedMaxTries,
+         "used up"},
+        {"set back: a lock is no longer than it was", days(365), 10, record(),
+         Verdict::DeniedMaxTries, "Try again in 1 min."},
+        {"set forward: the lock is over", days(-365), 10, record(), Verdict::Granted, unlocked},
+        {"set forward: the days are over", days(-365), 0, byDays(days(370)),
+         Verdict::DeniedMaxTries, "used up"},
+    };
+    for (const auto& row : rows) {
+        std::filesystem::remove_all(sandbox_.root() / "guard");
+        const TestClock then((present + row.guardSaw).time_since_epoch());
+        ASSERT_TRUE(AttemptGuard((sandbox_.root() / "guard").string(), dora, then)
+                        .change([&](GuardState& state, GuardState::Time time) {
+                            state.noteWrong(time, row.wrong);
+                        }));
+        enroll(row.record);
+        const auto module = signIn(sshd(), {{code()}});
+        EXPECT_EQ(module->verdict, row.verdict) << row.what << "\n" << log();
+        EXPECT_THAT(module->lastAsked(), HasSubstr(row.said)) << row.what;
+    }
 }
 
 }  // namespace
