@@ -1,8 +1,8 @@
 # Options that every target of ours is compiled with, and the shorthands for libraries and tests.
-add_library(quorl_options INTERFACE)
-target_compile_options(quorl_options INTERFACE -Wall -Wextra -Wpedantic)
+add_library(quorl_warnings INTERFACE)
+target_compile_options(quorl_warnings INTERFACE -Wall -Wextra -Wpedantic)
 if(QUORL_WERROR)
-  target_compile_options(quorl_options INTERFACE -Werror)
+  target_compile_options(quorl_warnings INTERFACE -Werror)
 endif()
 
 # What makes a fault in memory harder to use; the sanitizers, which find such faults, do without.
@@ -13,6 +13,12 @@ target_compile_definitions(quorl_hardening INTERFACE _GLIBCXX_ASSERTIONS
                            $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 target_link_options(quorl_hardening INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:--as-needed)
 
+# Of what a program loads that is not ours and has no sanitizer's library, as the web process.
+add_library(quorl_plugin_options INTERFACE)
+target_link_libraries(quorl_plugin_options INTERFACE quorl_warnings quorl_hardening)
+
+add_library(quorl_options INTERFACE)
+target_link_libraries(quorl_options INTERFACE quorl_warnings)
 if(NOT QUORL_SANITIZE)
   target_link_libraries(quorl_options INTERFACE quorl_hardening)
 else()
@@ -50,6 +56,14 @@ function(quorl_test name)
     add_custom_target(tests_${ARG_LABEL})
   endif()
   add_dependencies(tests_${ARG_LABEL} ${name})
+  set(environment "")
+  if(QUORL_SANITIZE AND ARG_LABEL STREQUAL "gui")
+    # The toolkit keeps much until the end, and the agent, which nobody may trace, cannot be searched
+    # for leaks. Its standard error is in its log, which goes with the test: a report has a file.
+    set(environment ENVIRONMENT
+      "ASAN_OPTIONS=detect_leaks=0:log_path=${CMAKE_BINARY_DIR}/sanitizer-report"
+      "UBSAN_OPTIONS=print_stacktrace=1:log_path=${CMAKE_BINARY_DIR}/sanitizer-report")
+  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS ${ARG_LABEL})
+    PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS ${ARG_LABEL} ${environment})
 endfunction()
