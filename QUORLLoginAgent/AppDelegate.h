@@ -98,11 +98,19 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     void webContentProcessDidTerminate() override;
 
     // Errors (AppDelegate_Errors.cpp)
-    /// Clears the page and shows the text in the error box; with a "Retry" link on request.
-    void showError(const std::string& text, bool reload);
+    /// Clears the page and shows the text in the error box, and around it what to do about it; with
+    /// a "Retry" link in the box on request.
+    void showError(ErrorKind kind, const std::string& text, bool reload);
     /// The same for a text of the string tables.
-    void showLocalizedError(std::string_view key);
+    void showLocalizedError(ErrorKind kind, std::string_view key);
+    /// The same for the kind's own text.
+    void showLocalizedError(ErrorKind kind);
     void renderErrorPage();
+    /// What is asked for once more may come this time.
+    bool mayRetry() const;
+    /// Does what a link of the error page stands for; false when the URL is none of them.
+    bool followOwnLink(const std::string& url);
+    std::string localized(std::string_view key);
 
     // Page bridge (AppDelegate_PageBridge.cpp)
     void didReceiveScriptMessage(const std::string& channel, const std::optional<std::string>& body,

@@ -17,11 +17,6 @@ constexpr double linkTextRise = 20;
 // Components are given unscaled; the screen clamps them, which makes the text white.
 constexpr Color linkTextColor{170, 170, 170, 1.0};
 
-constexpr int loadCancelled = -999;
-constexpr bool isCertificateError(int code) {
-    return code >= -1204 && code <= -1201;
-}
-
 std::optional<std::string> existingFile(const std::string& path) {
     std::error_code error;
     return std::filesystem::exists(path, error) ? std::optional(path) : std::nullopt;
@@ -64,11 +59,14 @@ NavigationDecision AppDelegate::decidePolicyForNavigationAction(const std::strin
     logLine("decidePolicyForNavigationAction: {}", redactedAddress(url));
     if (errorPage_->isOwnLoad(url))
         return NavigationDecision::allow;
+    if (followOwnLink(url))
+        return NavigationDecision::cancel;
     const NavigationDecision decision = decideNavigation(url, getLoginAgentParams());
     if (decision == NavigationDecision::cancel) {
         logLine("decidePolicyForNavigationAction: External URL access is denied. URL hostname: {}",
                 redactedAddress(url));
-        showError("External URL is denied. Please contact the administrator.", false);
+        showError(ErrorKind::foreignPage,
+                  "External URL is denied. Please contact the administrator.", false);
     }
     return decision;
 }
@@ -78,6 +76,7 @@ void AppDelegate::didStartProvisionalNavigation() {
 }
 
 void AppDelegate::didCommitNavigation() {
+    errorPage_->didLeave();
     handleFileInjection(PageEvent::navigateComplete);
     // Applies from the next page on; the copies that gather are harmless.
     webViewControl_->addUserScript(std::string(noPlatformAuthenticatorScript));
@@ -107,10 +106,8 @@ void AppDelegate::didFailNavigation(const LoadError& error) {
 
 void AppDelegate::didFailProvisionalNavigation(const LoadError& error) {
     logLine("didFailProvisionalLoadWithError: {}", error.description);
-    if (isCertificateError(error.code))
-        showLocalizedError("IDS_SSL_CERTIFICATE_FAILED");
-    else if (error.code != loadCancelled)
-        showLocalizedError("IDS_SERVER_UNREACH");
+    if (error.code != LoadErrorCode::cancelled)
+        showLocalizedError(errorKindOfLoad(error.code));
 }
 
 ChallengeAnswer AppDelegate::didReceiveAuthenticationChallenge(AuthenticationMethod method) {
@@ -127,7 +124,7 @@ void AppDelegate::estimatedProgressChanged(double progress) {
 
 void AppDelegate::webContentProcessDidTerminate() {
     logLine("webContentProcessDidTerminate : the process that draws the page has ended");
-    showLocalizedError("IDS_SERVER_UNREACH");
+    showLocalizedError(ErrorKind::pageDied);
 }
 
 void AppDelegate::handleFileInjection(PageEvent event) {

@@ -97,7 +97,7 @@ void AppDelegate::sendMFAResult(const Value& message) {
         return;
     }
     errorPage_->loadBlankPage();
-    showError(result.errorMessage, false);
+    showError(ErrorKind::message, result.errorMessage, false);
 }
 
 }  // namespace quorl

@@ -50,7 +50,7 @@ std::optional<std::string> AppDelegate::getURLWithOperation(PortalOperation oper
     std::optional<std::string> url = portalURL(config, path);
     if (!url) {
         logLine("getURLWithOperation : Server settings not configured correctly");
-        showLocalizedError("IDS_SERVER_UNREACH");
+        showLocalizedError(ErrorKind::notConfigured);
         return std::nullopt;
     }
     logLine("getURLWithOperation : URL - {}", redactedAddress(*url));
@@ -69,11 +69,13 @@ void AppDelegate::launchQuorlPortal(PortalOperation operation) {
         operation == PortalOperation::selfService ? std::optional(idleLimit) : std::nullopt);
     switch (operation) {
         case PortalOperation::errorMessage:
-            showError(textOrKey(request_.parameters(), "ERROR_MSG"), false);
+            showError(ErrorKind::message, textOrKey(request_.parameters(), "ERROR_MSG"), false);
             break;
-        case PortalOperation::mfaErrorMessage:
-            showLocalizedError(textOrKey(request_.parameters(), "MFA_ERROR_MSG"));
+        case PortalOperation::mfaErrorMessage: {
+            const std::string key = textOrKey(request_.parameters(), "MFA_ERROR_MSG");
+            showLocalizedError(errorKindOfText(key), key);
             break;
+        }
         case PortalOperation::offlineMFA:
             startOfflineMFA();
             break;

@@ -1,5 +1,6 @@
 #include "ErrorPage.h"
 
+#include "ErrorFrame.h"
 #include "QuotedValue.h"
 
 #include <fmt/format.h>
@@ -34,9 +35,10 @@ constexpr fmt::string_view errorPageTemplate =
 
 }  // namespace
 
-void ErrorPage::show(const std::string& text, bool reload) {
+void ErrorPage::show(ErrorKind kind, const std::string& text, bool reload) {
     webView_.stopLoading();
     loadBlankPage();
+    kind_ = kind;
     text_ = text;
     reload_ = reload;
     webView_.setNeedsDisplay();
@@ -49,6 +51,7 @@ void ErrorPage::clear() {
 
 void ErrorPage::loadBlankPage() {
     loading_ = true;
+    drawn_ = false;
     webView_.loadRequest({.url = blankPage});
 }
 
@@ -57,8 +60,13 @@ void ErrorPage::didLoad(std::string_view url) {
         loading_ = false;
 }
 
-void ErrorPage::draw(std::string_view retryURL) {
+void ErrorPage::draw(std::string_view retryURL, const std::optional<std::string>& frameScript) {
+    drawn_ = true;
+    if (frameScript)
+        webView_.evaluateJavaScript(*frameScript, nullptr);
     webView_.evaluateJavaScript(errorPageScript(text_, reload_, retryURL), nullptr);
+    if (frameScript)
+        webView_.evaluateJavaScript(errorFrameShowScript, nullptr);
 }
 
 std::string errorPageScript(std::string_view message, bool reload, std::string_view retryURL) {

@@ -22,6 +22,13 @@ inline bool isBlankPage(std::string_view url) {
            (url.size() == blank.size() || url[blank.size()] == '?' || url[blank.size()] == '#');
 }
 
+/// Links of the pages that the agent draws itself. They lead nowhere: the delegate that is asked
+/// about one acts on it.
+namespace OwnLink {
+inline constexpr const char* retry = "about:blank?retry";
+inline constexpr const char* close = "about:blank?close";
+}  // namespace OwnLink
+
 /// A page to load. An absent body means none; method "POST" goes with a body.
 struct PageRequest {
     std::string url;

@@ -19,7 +19,7 @@ namespace {
 
 using Setting = std::pair<std::string_view, std::string_view>;
 
-constexpr std::array<Setting, 21> defaults = {{
+constexpr std::array<Setting, 22> defaults = {{
     {"SERVERNAME", ""},
     {"PORTNUMBER", ""},
     {"CONTEXT_PATH", ""},
@@ -41,6 +41,7 @@ constexpr std::array<Setting, 21> defaults = {{
     {"OFFLINE_MFA", "false"},
     {"OFFLINE_WEB_LOGO_NAME", ""},
     {"LOCALE_ID", ""},
+    {"HELP_TEXT", ""},
     {"MAC_AGENT_HOST_EXCLUDE", "okta,auth0,duosecurity.com,about:blank,javascript"},
 }};
 

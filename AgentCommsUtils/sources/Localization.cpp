@@ -65,6 +65,17 @@ std::string textIn(const std::optional<std::string>& language, std::string_view 
 
 }  // namespace
 
+std::string localizationName(std::string_view localeId, const Resources& resources) {
+    for (const std::string& asked : {std::string(localeId), systemLocale()})
+        if (const auto language = localizationFor(asked, resources))
+            return *language;
+    return "en";
+}
+
+bool runsRightToLeft(const std::string& language) {
+    return icu::Locale(language.c_str()).isRightToLeft();
+}
+
 std::string getLocalizedString(std::string_view key, std::string_view localeId,
                                const Resources& resources) {
     const auto language = localizationFor(localeId, resources);

@@ -17,4 +17,11 @@ std::string getLocalizedString(std::string_view key, std::string_view localeId,
 /// else the key itself: a window that is to explain something is never empty.
 std::string getNSLocalizedString(std::string_view key, const Resources& resources = mainBundle());
 
+/// Name of the table that serves the locale ("pt" for "pt-BR"), by the same rules; "en" where none
+/// does.
+std::string localizationName(std::string_view localeId, const Resources& resources = mainBundle());
+
+/// Whether the language of that name is written from right to left.
+bool runsRightToLeft(const std::string& language);
+
 }  // namespace quorl

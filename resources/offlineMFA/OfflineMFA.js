@@ -28,6 +28,14 @@ function loadResources() {
     startTime();
 }
 
+// The organisation's own words on whom to ask.
+function setHelp(help) {
+    const block = byId("HELP");
+    block.querySelector("strong").textContent = help.label;
+    block.querySelector("p").textContent = help.text;
+    removeClass(block, "hide");
+}
+
 // The full time until the count-down's first second is over; without a count-down there is nothing
 // to show.
 function startTime() {

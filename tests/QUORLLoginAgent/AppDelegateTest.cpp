@@ -35,6 +35,7 @@ class AppDelegateTest : public testing::Test {
         writePropertyListFile(resourceFolder / "xx.lproj/Localizable.strings",
                               {{"IDS_SERVER_UNREACH", "unreachable"},
                                {"IDS_SSL_CERTIFICATE_FAILED", "bad certificate"},
+                               {"IDS_ERROR_PAGE_DIED", "page died"},
                                {"IDS_TEXT", "localised text"}});
         sandbox.write(sandbox.root() / "resources/resources/offlineMFA/OfflineMFA.htm", "page");
         sandbox.write(sandbox.root() / "resources/reset_icon.png", "icon");
@@ -66,8 +67,9 @@ class AppDelegateTest : public testing::Test {
             return "no blank page";
         view->delegate().didFinishNavigation("about:blank");
         const auto scripts = view->takeScripts();
-        for (const auto& text : {"unreachable", "bad certificate", "localised text", "plain text",
-                                 "External URL is denied. Please contact the administrator."}) {
+        for (const auto& text :
+             {"unreachable", "bad certificate", "page died", "localised text", "plain text",
+              "External URL is denied. Please contact the administrator."}) {
             if (scripts.size() == 1 && scripts[0] == errorPageScript(text, false, ""))
                 return text;
         }
@@ -185,13 +187,71 @@ TEST_F(AppDelegateTest, LoadFailuresShowTheErrorPageThatFits) {
         EXPECT_EQ(drawnError(), "unreachable") << code;
     }
     view->delegate().webContentProcessDidTerminate();
-    EXPECT_EQ(drawnError(), "unreachable");
+    EXPECT_EQ(drawnError(), "page died");
     const std::size_t loads = view->requests.size();
     view->delegate().didFailProvisionalNavigation({-999, "cancelled"});
     view->delegate().didFailNavigation({-1005, "lost"});
     EXPECT_EQ(view->requests.size(), loads);
     application.window.close();
     EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+}
+
+TEST_F(AppDelegateTest, TheErrorPageSaysWhatHappenedAndOffersToRetryWhereThatHelps) {
+    launch({{"HELP_TEXT", "Desk: <b>7</b>"}});
+    for (const char* file :
+         {"offlineMFA/OfflineMFA.css", "errorPage/ErrorPage.css", "errorPage/ErrorPage.js"})
+        TestSandbox::write(sandbox.root() / "resources/resources" / file, "");
+    WebViewDelegate& web = view->delegate();
+    const Value online = {{"MFA_REQUEST_URL", "/mfa"}, {"POST_DATA", "x=1"}};
+    const auto fail = [&](int code) { web.didFailProvisionalNavigation({code, "failed"}); };
+    const struct {
+        Value request;
+        std::function<void()> event;
+        std::string title;
+        bool retry;
+    } cases[] = {
+        {online, [&] { fail(-1004); }, "UNREACHABLE", true},
+        {online, [&] { fail(-1001); }, "TIMEOUT", true},
+        {online, [&] { fail(-1202); }, "CERTIFICATE", false},
+        {online, [&] { web.webContentProcessDidTerminate(); }, "PAGE_DIED", true},
+        {online, [&] { web.decidePolicyForNavigationAction("https://evil.test/"); }, "FOREIGN",
+         false},
+        {{{"MFA_ERROR_MSG", "IDS_MFA_ERROR_LIMIT_REACHED"}}, [] {}, "LIMIT", false},
+        {{{"MFA_ERROR_MSG", "IDS_MFA_ERROR_SERVER_UNREACH"}}, [] {}, "UNREACHABLE", false},
+        {{{"MFA_ERROR_MSG", "IDS_SSL_CERTIFICATE_FAILED"}}, [] {}, "CERTIFICATE", false},
+        {{{"MFA_ERROR_MSG", "IDS_MFA_ERROR_NOT_ENROLLED"}}, [] {}, "OTHER", false},
+        {{{"ERROR_MSG", "plain text"}}, [] {}, "OTHER", false},
+    };
+    const auto links = [&] {
+        return web.decidePolicyForNavigationAction(OwnLink::retry) == NavigationDecision::cancel;
+    };
+    for (const auto& [asked, event, title, retry] : cases) {
+        SCOPED_TRACE(asked.dump() + title);
+        request(asked);
+        event();
+        view->takeScripts();
+        web.didCommitNavigation();
+        web.didFinishNavigation(blankPage);
+        std::string frame = view->scripts.at(1);
+        EXPECT_NE(frame.find("IDS_ERROR_" + title + "_TITLE"), frame.npos) << frame;
+        EXPECT_NE(frame.find(R"("text":"Desk: <b>7</b>")"), frame.npos) << frame;
+        EXPECT_EQ(frame.find(OwnLink::retry) != frame.npos, retry);
+        const std::size_t loads = view->requests.size();
+        EXPECT_TRUE(links());
+        ASSERT_EQ(view->requests.size(), loads + (retry ? 1 : 0));
+        if (retry) {
+            EXPECT_EQ(view->requests.back().body, "x=1");
+        }
+    }
+    // They are links of that page alone.
+    request(online);
+    web.didCommitNavigation();
+    EXPECT_FALSE(links());
+    fail(-1004);
+    web.didFinishNavigation(blankPage);
+    web.decidePolicyForNavigationAction(OwnLink::close);
+    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
+    EXPECT_FALSE(application.window.visible);
 }
 
 TEST_F(AppDelegateTest, AListWithoutTheBlankPageRefusesEverythingElseButThat) {

@@ -77,7 +77,6 @@ TEST_F(OnlineFlowTest, AnErrorTextStaysOnScreenUntilTheWindowIsClosed) {
         "post?message={\"SYSTEM_MFA_RESULT\":\"FAILURE\",\"SYSTEM_MFA_ERROR_MSG\":\"Locked\"}");
     ASSERT_TRUE(stage.waitForLog("showError going to show... Locked")) << stage.log();
     EXPECT_EQ(stage.logged("sendMFAResponse :: initiated"), 0U);
-    stage.press("Escape");
     stage.clickClose();
     EXPECT_EQ(stage.answer(), failure);
 }
@@ -88,14 +87,14 @@ TEST_F(OnlineFlowTest, AnErrorTextNeverAnswersTheRequest) {
         "window.webkit.messageHandlers.MACLoginAgent.postMessage("
         "`{\"SYSTEM_MFA_RESULT\":\"SUCCESS\"}`)";
     stage.request({{"ERROR_MSG", "<img src=x onerror=" + post + ">"}});
-    ASSERT_TRUE(stage.waitForLog("a message of the blank page is dropped")) << stage.log();
+    ASSERT_TRUE(stage.waitForLog("showError going to show... <img")) << stage.log();
     stage.clickClose();
     EXPECT_EQ(stage.answer(), failure);
     stage.request({{"ERROR_MSG", "';" + post + ";'"}});
     ASSERT_TRUE(stage.waitForLog("showError going to show... ';"));
     stage.clickClose();
     EXPECT_EQ(stage.answer(), failure);
-    EXPECT_EQ(stage.logged("a message of the blank page is dropped"), 1U);
+    EXPECT_EQ(stage.logged("a message of the blank page is dropped"), 0U) << "something ran";
 }
 
 TEST_F(OnlineFlowTest, AnUnreachableServerAndARefusedPageEndOnTheErrorPage) {

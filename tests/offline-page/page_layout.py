@@ -14,10 +14,12 @@ const lines = (e) => {
 const meet = (a, b) => Math.min(a.right, b.right) - Math.max(a.left, b.left) > 1.5 &&
     Math.min(a.bottom, b.bottom) - Math.max(a.top, b.top) > 4;
 const name = (e) => (e.id || e.className || e.tagName) + " '" + e.textContent.trim().slice(0, 24) + "'";
+const root = document.scrollingElement;
+// Buttons that keep to the lower edge cover what is scrolled under them, until all of it has been.
+root.scrollTop = root.scrollHeight;
 const all = [...document.body.querySelectorAll("*")].filter(isVisible);
 const texts = all.map((e) => ({ e, lines: lines(e) })).filter((t) => t.lines.length);
-const boxes = all.filter((e) => e.matches("button, .code, .radio-inline, #ALERT, img, svg"));
-const root = document.scrollingElement;
+const boxes = all.filter((e) => e.matches("button, .code, .radio-inline, #ALERT, .help, img, svg"));
 root.scrollLeft = getComputedStyle(root).direction === "rtl" ? -50 : 50;
 if (root.scrollLeft !== 0)
     faults.push("scrolls sideways by " + root.scrollLeft);
@@ -44,13 +46,14 @@ for (const box of boxes.filter((e) => e.matches("button, .code, .radio-inline"))
         faults.push(name(box) + ` is ${width} by ${height}`);
 }
 const code = document.getElementById("PASSCODE");
-if (isVisible(code)) {
+if (code && isVisible(code)) {
     const before = code.value;
     code.value = "8".repeat(code.maxLength);
     if (code.scrollWidth > code.clientWidth + 1)
         faults.push("the code does not fit its field");
     code.value = before;
 }
+root.scrollTop = 0;
 const plain = (r) => [r.left, r.top, r.right, r.bottom];
 return {
     faults,

@@ -1,5 +1,6 @@
 #!/usr/bin/python3
-"""The offline page in every language at every size, measured by script; colours by pixels."""
+"""The offline page and the error page in every language at every size, measured by script; colours
+by pixels."""
 import sys
 
 import page_layout
@@ -11,10 +12,16 @@ LOOKS = [((716, 502), 1), ((896, 525), 1), ((1344, 721), 1), ((2688, 1477), 1), 
 VIEWS = {"verify": {}, "token": {"serial": "HT-0123456789", "limit": ("LIMIT_DAYS", 30), "digits": 8,
                                  "user": "maria.theresia.von.oesterreich", "domain": "CORP.EXAMPLE.ORG"},
          "wait": {}, "choose": {}, "expired": {}}
+ERRORS = [f"error-{view}" for view in page_stage.error_pages()["en"]]
+# Its texts are the longest where there is least room.
+ERROR_LOOKS = [LOOKS[0], LOOKS[7]]
 
 
 def shown(stage, view, language):
-    stage.show("verify" if view == "token" else view, language, **VIEWS[view])
+    if view in ERRORS:
+        stage.show_error(view.removeprefix("error-"), language)
+    else:
+        stage.show("verify" if view == "token" else view, language, **VIEWS[view])
     stage.spin(0.1)
 
 
@@ -23,14 +30,14 @@ def main():
     with page_stage.screen("2800x1600"):
         stage = page_stage.PageStage(size=LOOKS[0][0])
         for language in page_stage.LANGUAGES:
-            for view in VIEWS:
+            for view in [*VIEWS, *ERRORS]:
                 shown(stage, view, language)
-                for size, text_scale in LOOKS:
+                for size, text_scale in ERROR_LOOKS if view in ERRORS else LOOKS:
                     stage.look(size, text_scale=text_scale)
                     wrong += [f"{language} {view} {size} text {text_scale}: {fault}"
                               for fault in page_layout.faults(stage)]
         for theme in ("light", "dark", "contrast"):
-            for view in VIEWS:
+            for view in [*VIEWS, *ERRORS[:2]]:
                 shown(stage, view, "en")
                 stage.look(LOOKS[2][0], theme)
                 stage.spin(0.2)

@@ -1,5 +1,6 @@
-"""The offline page in a web view, filled by the scripts that the agent sends, in their order."""
+"""The offline page and the error page in a web view, by the scripts that the agent sends."""
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -13,6 +14,13 @@ LANGUAGES = sorted(folder.name.removesuffix(".lproj") for folder in ROOT.glob("r
 STATIC_TEXTS = ["HTML_T1", "HTML_T4", "HTML_T5", "HTML_T6", "HTML_BUTTON_CANCEL",
                 "HTML_BUTTON_CONTINUE", "HTML_BUTTON_NEXT", "ERRORMSG_SESSIONEXP2",
                 "ERRORMSG_SESSIONEXP1", "LIMIT_RESET_MSG"]
+
+
+@functools.cache
+def error_pages():
+    """By language and view, the scripts that draw the error page."""
+    program = os.environ.get("ERROR_PAGE_SCRIPTS", ROOT / "build/release/bin/error_page_scripts")
+    return json.loads(subprocess.check_output([program, pathlib.Path(program).parents[1] / "resources"]))
 
 
 def texts(language):
@@ -58,6 +66,7 @@ class PageStage:
         web = self.view.get_settings()
         web.set_hardware_acceleration_policy(WebKit2.HardwareAccelerationPolicy.NEVER)
         web.set_javascript_can_access_clipboard(True)
+        web.set_minimum_font_size(14)
         self.window = Gtk.Window(type=Gtk.WindowType.TOPLEVEL)
         self.window.add(self.view)
         self.window.resize(*size)
@@ -138,12 +147,7 @@ class PageStage:
     def show(self, view, language="en", limit=("LIMIT_ATTEMPTS", 5), serial="", user="ada.lovelace",
              domain="EXAMPLE", digits=6, names=("Authenticator app", "Security token")):
         """Loads the page and fills it: verify, alert, wait, choose or expired."""
-        loaded = []
-        handler = self.view.connect("load-changed", lambda _, event: loaded.append(event)
-                                    if event == self.webkit.LoadEvent.FINISHED else None)
-        self.view.load_uri(PAGE.as_uri())
-        assert self.spin(20, lambda: loaded)
-        self.view.disconnect(handler)
+        self.load(PAGE.as_uri())
         self.run("var released = 0; addEventListener('keyup', () => { ++released; }, true)")
         self.messages.clear()
         table = texts(language)
@@ -183,6 +187,19 @@ class PageStage:
             self.run("rest(30)")
         if view == "expired":
             self.run("minutes = 0; sessionTimeOut()")
+
+    def load(self, url):
+        loaded = []
+        handler = self.view.connect("load-changed", lambda _, event: loaded.append(event)
+                                    if event == self.webkit.LoadEvent.FINISHED else None)
+        self.view.load_uri(url)
+        assert self.spin(20, lambda: loaded)
+        self.view.disconnect(handler)
+
+    def show_error(self, view, language="en"):
+        self.load("about:blank")
+        for script in error_pages()[language][view]:
+            self.run(script)
 
     def refuse(self, language="en"):
         """The agent's answer to a wrong code."""

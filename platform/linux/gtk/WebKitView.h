@@ -88,7 +88,7 @@ class WebKitView final : public WebView {
     void bytesArrived();
     void startTimer(std::chrono::seconds limit);
     void timeIsUp();
-    bool isForeign(WebKitNavigationAction* action) const;
+    bool isForeign(WebKitNavigationAction* action, const std::string& url) const;
 
     void startEngine();
     void connectView();

@@ -46,10 +46,12 @@ LoadTracker::Failure failureKind(const GError& error) {
 }  // namespace
 
 // What starts on a page rather than with us, and must not: the blank page shows error texts, whose
-// markup is nobody's page, so only somebody's own click leads on; and what was posted once is not
-// posted again by going back.
-bool WebKitView::isForeign(WebKitNavigationAction* action) const {
+// markup is nobody's page, so only somebody's own click leads on, but for the page's own links,
+// which lead nowhere; and what was posted once is not posted again by going back.
+bool WebKitView::isForeign(WebKitNavigationAction* action, const std::string& url) const {
     const auto type = webkit_navigation_action_get_navigation_type(action);
+    if (isBlankPage(committedURL_) && (url == OwnLink::retry || url == OwnLink::close))
+        return false;
     if (isBlankPage(committedURL_))
         return type != WEBKIT_NAVIGATION_TYPE_LINK_CLICKED || !lockdown_->somebodyActs();
     const char* method =
@@ -91,7 +93,7 @@ void WebKitView::decideNavigation(WebKitPolicyDecision* decision) {
     bool allowed = false;
     switch (tracker_.navigationAction(url, seen)) {
         case LoadTracker::Policy::ask:
-            if (!tracker_.awaitsOwnPage() && !seen.isRedirect && isForeign(action)) {
+            if (!tracker_.awaitsOwnPage() && !seen.isRedirect && isForeign(action, url)) {
                 logLine("WebKitView : a navigation that nobody asked for is refused");
                 break;
             }

@@ -58,6 +58,9 @@ void OfflineMFAPage::fill(const OfflineView& view) {
     if (view.logoPath)
         html_->setSrcAttribute("PRODUCTLOGO", *view.logoPath);
     html_->executeScript(focus);
+    const std::string help = configText(config_, "HELP_TEXT");
+    if (!help.empty())
+        html_->executeScript(helpScript(localized("IDS_HELP_LABEL"), help));
     fillStaticTexts();
 }
 

@@ -48,6 +48,11 @@ std::string staticTextsScript(const Value& texts) {
            ";loadResources();";
 }
 
+std::string helpScript(std::string_view label, std::string_view text) {
+    const Value help = {{"label", label}, {"text", text}};
+    return "setHelp(" + help.dump(-1, ' ', false, Value::error_handler_t::replace) + ");";
+}
+
 std::string replaceAll(std::string text, std::string_view placeholder, std::string_view value) {
     for (auto at = text.find(placeholder); at != std::string::npos;
          at = text.find(placeholder, at + value.size()))

@@ -28,6 +28,9 @@ std::string chooseRow(std::string_view name, std::int64_t authId, RowPlace place
 /// Hands the page its static texts, by key.
 std::string staticTextsScript(const Value& texts);
 
+/// Tells the page whom to ask when the time is up.
+std::string helpScript(std::string_view label, std::string_view text);
+
 /// The text with every occurrence of the placeholder replaced.
 std::string replaceAll(std::string text, std::string_view placeholder, std::string_view value);
 
