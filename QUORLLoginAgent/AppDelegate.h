@@ -83,6 +83,8 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     void hideBrowserPortal();
     void clearBrowserPortal();
     void clearCookies();
+    /// A page is on its way: the window shows it at once, and says so when it takes long.
+    void showLoading();
     void handleFileInjection(PageEvent event);
     void windowDidResize() override;
     void windowWillClose() override;

@@ -71,12 +71,18 @@ NavigationDecision AppDelegate::decidePolicyForNavigationAction(const std::strin
     return decision;
 }
 
-void AppDelegate::didStartProvisionalNavigation() {
+void AppDelegate::showLoading() {
     customBrowserWindow_->setProgressHidden(false);
+    customBrowserWindow_->awaitPage(localized("IDS_STILL_WAITING"));
+}
+
+void AppDelegate::didStartProvisionalNavigation() {
+    showLoading();
 }
 
 void AppDelegate::didCommitNavigation() {
     errorPage_->didLeave();
+    customBrowserWindow_->awaitPage("");
     handleFileInjection(PageEvent::navigateComplete);
     // Applies from the next page on; the copies that gather are harmless.
     webViewControl_->addUserScript(std::string(noPlatformAuthenticatorScript));
@@ -106,6 +112,7 @@ void AppDelegate::didFailNavigation(const LoadError& error) {
 
 void AppDelegate::didFailProvisionalNavigation(const LoadError& error) {
     logLine("didFailProvisionalLoadWithError: {}", error.description);
+    customBrowserWindow_->awaitPage("");
     if (error.code != LoadErrorCode::cancelled)
         showLocalizedError(errorKindOfLoad(error.code));
 }
@@ -160,6 +167,7 @@ void AppDelegate::hideBrowserPortal() {
 
 void AppDelegate::clearBrowserPortal() {
     customBrowserWindow_->setIdleLimit(std::nullopt);
+    customBrowserWindow_->awaitPage("");
     endOfflinePage();
     window_->setEnabled(true);
     clearCookies();

@@ -65,6 +65,8 @@ void AppDelegate::launchQuorlPortal(PortalOperation operation) {
         prepareBrowserWindow();
     window_->setEnabled(false);
     shown_ = operation;
+    // A process for the page may have to start first, which tells nothing.
+    showLoading();
     customBrowserWindow_->setIdleLimit(
         operation == PortalOperation::selfService ? std::optional(idleLimit) : std::nullopt);
     switch (operation) {

@@ -60,6 +60,9 @@ class BrowserWindow {
     /// 0 to 100, drawn at once.
     virtual void setProgress(double value) = 0;
     virtual void setProgressHidden(bool hidden) = 0;
+    /// A page is awaited from now on; after five seconds the window says these words. Empty: it has
+    /// come, or nobody waits for it any more.
+    virtual void awaitPage(const std::string& words) = 0;
 };
 
 /// A colour as the system names it; components above 1 are clamped by the backend.

@@ -138,6 +138,56 @@ TEST_F(OfflineFlowTest, CancelEndsTheRequestAtOnceAndTheNextOneWorks) {
     EXPECT_EQ(stage.answer(), success) << stage.log();
 }
 
+TEST_F(OfflineFlowTest, KeysGoRoundTheWindowAndComeBackToTheCode) {
+    start(policy(1, Value::array(), {3}));
+    // The field, two buttons, the strip's two, and the field again; %CODE% is typed.
+    const struct {
+        const char* keys;
+        bool verifies;
+    } cases[] = {
+        {"%CODE% Return", true},
+        {"%CODE% Tab Return", true},
+        {"Tab Tab Tab Tab Tab %CODE% Return", true},
+        {"shift+Tab shift+Tab shift+Tab shift+Tab shift+Tab %CODE% Return", true},
+        // An alert takes the focus and gives it back.
+        {"0 Return %CODE% Return", true},
+        {"Tab Tab space", false},
+        {"Tab Tab Tab Tab Return", false},
+        {"shift+Tab space", false},
+    };
+    for (const auto& [keys, verifies] : cases) {
+        SCOPED_TRACE(keys);
+        request();
+        std::string digits;
+        for (const char digit : AgentStage::code(appSecret))
+            digits += std::string(1, digit) + ' ';
+        std::string pressed = keys;
+        if (const auto at = pressed.find("%CODE%"); at != pressed.npos)
+            pressed.replace(at, 6, digits);
+        stage.pressInTurn(pressed);
+        EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), verifies ? "SUCCESS" : "FAILURE")
+            << stage.log();
+    }
+}
+
+TEST_F(OfflineFlowTest, APastedCodeIsTakenHoweverItIsWrittenAndSentOnce) {
+    start(policy(1, Value::array(), {3}));
+    const std::string sent = "onButtonOK :: Received ButtonOk action";
+    for (const char* form : {"%1 %2\n", "%1-%2", " %1%2\r\n\r\n"}) {
+        SCOPED_TRACE(form);
+        request();
+        const std::string code = AgentStage::code(appSecret);
+        std::string text = form;
+        text.replace(text.find("%1"), 2, code.substr(0, 3));
+        text.replace(text.find("%2"), 2, code.substr(3));
+        stage.copy(text);
+        const std::size_t before = stage.logged(sent);
+        stage.pressInTurn("ctrl+v Return");
+        EXPECT_EQ(stage.answer(), success) << stage.log();
+        EXPECT_EQ(stage.logged(sent), before + 1);
+    }
+}
+
 TEST_F(OfflineFlowTest, NamesThatHoldMarkupOrQuotesNeverRun) {
     // Whatever ran would post a result: a script, the handler of an image that fails, the rest of
     // the agent's own script behind a quote.

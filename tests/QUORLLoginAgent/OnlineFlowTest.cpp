@@ -111,6 +111,65 @@ TEST_F(OnlineFlowTest, AnUnreachableServerAndARefusedPageEndOnTheErrorPage) {
     EXPECT_EQ(stage.answer(), failure);
 }
 
+TEST_F(OnlineFlowTest, TheErrorPageWorksByKeysAndTriesAgainWhenAsked) {
+    start();
+    const std::string port = stage.port();
+    stage.stopServer();
+    const struct {
+        const char* keys;
+        bool retries;
+    } cases[] = {
+        {"Return", true},
+        {"space", true},
+        {"Tab Tab Tab Tab Return", true},
+        {"Tab Return", false},
+        {"Tab Tab Tab space", false},
+        {"shift+Tab Return", false},
+        {"Escape", false},
+    };
+    const std::string shown = "showError going to show...";
+    for (const auto& [keys, retries] : cases) {
+        SCOPED_TRACE(keys);
+        const std::size_t before = stage.logged(shown);
+        requestPage("/mfa/verify?USER_NAME=alice&DOMAIN_NAME=EXAMPLE");
+        ASSERT_TRUE(stage.waitForLog(shown, before + 1)) << stage.log();
+        // The outline of the button that has the focus.
+        ASSERT_TRUE(waitFor([&] { return stage.shows("\x2f\x6f\xd0"); }));
+        stage.pressInTurn(keys);
+        if (retries) {
+            EXPECT_TRUE(stage.waitForLog(shown, before + 2)) << stage.log();
+            stage.clickClose();
+        }
+        EXPECT_EQ(stage.answer(), failure);
+    }
+    const std::size_t before = stage.logged(shown);
+    requestPage("/mfa/verify?USER_NAME=alice&DOMAIN_NAME=EXAMPLE");
+    ASSERT_TRUE(stage.waitForLog(shown, before + 1));
+    stage.startServer({"--port", port});
+    stage.press("Return");
+    ASSERT_TRUE(stage.waitForPage()) << stage.log();
+    stage.type(AgentStage::code(secret));
+    stage.press("Return");
+    EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "SUCCESS") << stage.log();
+}
+
+TEST_F(OnlineFlowTest, APageThatTakesLongIsShownToComeAndAfterFiveSecondsSaidTo) {
+    start();
+    const auto begin = std::chrono::steady_clock::now();
+    const auto elapsed = [begin] { return std::chrono::steady_clock::now() - begin; };
+    requestPage("/page/slow?seconds=8");
+    const auto bar = [&] { return stage.shows("\x6e\xa8\xff", "4x2+194+150"); };
+    const auto words = [&] { return stage.shows("\x1f\x2a\x38", "4x4+200+160"); };
+    EXPECT_TRUE(waitFor(bar));
+    EXPECT_LT(elapsed(), std::chrono::seconds(4)) << "before there is anything of the page";
+    EXPECT_FALSE(words());
+    EXPECT_TRUE(waitFor(words));
+    EXPECT_GT(elapsed(), std::chrono::seconds(5));
+    EXPECT_LT(elapsed(), std::chrono::seconds(8));
+    ASSERT_TRUE(stage.waitForPage()) << stage.log();
+    EXPECT_TRUE(waitFor([&] { return !words(); }));
+}
+
 TEST(AgentStart, WithoutADisplaySaysSoInOneLine) {
     AgentStage stage;
     const std::string errors = (stage.sandbox.root() / "errors").string();

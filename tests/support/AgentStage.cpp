@@ -2,6 +2,8 @@
 
 #include "PropertyList.h"
 
+#include <sstream>
+
 namespace quorl::test {
 namespace {
 
@@ -125,13 +127,52 @@ Value AgentStage::answer(std::chrono::seconds deadline) {
     return answer.is_discarded() ? Value() : answer;
 }
 
+std::unique_ptr<Subprocess> AgentStage::displayClient(const Words& command,
+                                                      const std::string& output) {
+    return std::make_unique<Subprocess>(Subprocess::Options{
+        .command = command,
+        .environment = {{"DISPLAY", display_},
+                        {"XAUTHORITY", (sandbox.root() / "authority").string()}},
+        .output = output});
+}
+
 void AgentStage::xdotool(Words arguments) {
     arguments.insert(arguments.begin(), "xdotool");
-    Subprocess(Subprocess::Options{
-                   .command = arguments,
-                   .environment = {{"DISPLAY", display_},
-                                   {"XAUTHORITY", (sandbox.root() / "authority").string()}}})
-        .wait();
+    displayClient(arguments)->wait();
+}
+
+void AgentStage::pressInTurn(const std::string& keys) {
+    Words command = {"key", "--delay", "200"};
+    std::istringstream words(keys);
+    for (std::string key; words >> key;)
+        command.push_back(key);
+    xdotool(command);
+}
+
+void AgentStage::copy(const std::string& text) {
+    const std::string file = (sandbox.root() / "copied").string();
+    TestSandbox::write(file, text);
+    clipboard_ = displayClient({"xclip", "-quiet", "-selection", "clipboard", file});
+    const auto held = [&] {
+        const std::string out = file + ".held";
+        std::filesystem::remove(out);
+        displayClient({"xclip", "-o", "-selection", "clipboard"}, out)->wait();
+        return TestSandbox::read(out) == text;
+    };
+    EXPECT_TRUE(waitFor(held)) << "nobody holds the text";
+}
+
+bool AgentStage::shows(const std::string& colour, const std::string& part) {
+    const std::string file = (sandbox.root() / "pixels").string();
+    std::filesystem::remove(file);
+    displayClient(
+        {"import", "-silent", "-window", "root", "-crop", part, "-depth", "8", "rgb:" + file})
+        ->wait();
+    const std::string pixels = TestSandbox::read(file);
+    for (std::size_t at = 0; at < pixels.size(); at += 3)
+        if (pixels.compare(at, 3, colour) == 0)
+            return true;
+    return false;
 }
 
 void AgentStage::clickClose() {

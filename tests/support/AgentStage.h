@@ -62,6 +62,13 @@ class AgentStage {
 
     void type(const std::string& text) { xdotool({"type", "--delay", "12", "--", text}); }
     void press(const std::string& key) { xdotool({"key", key}); }
+    /// Keys one after the other ("Tab Tab Return"), at a person's pace: where a key leads out of
+    /// the page, the next one is for what has the focus then.
+    void pressInTurn(const std::string& keys);
+    /// Holds the text for whoever pastes, until the next one or the end of the stage.
+    void copy(const std::string& text);
+    /// Whether the colour (red, green, blue) is somewhere on that part of the screen.
+    bool shows(const std::string& colour, const std::string& part = "1280x800+0+0");
     /// Clicks the window's own close button.
     void clickClose();
     void xdotool(Words arguments);
@@ -75,6 +82,9 @@ class AgentStage {
 
   private:
     static std::string tool(const std::string& name);
+    /// A client of the screen; what it prints goes into the file.
+    std::unique_ptr<Subprocess> displayClient(const Words& command,
+                                              const std::string& output = "/dev/null");
 
     std::string port_;
     std::string display_;
@@ -84,6 +94,7 @@ class AgentStage {
     std::optional<TestServer> server_;
     std::unique_ptr<Subprocess> agent_;
     std::unique_ptr<Subprocess> client_;
+    std::unique_ptr<Subprocess> clipboard_;
 };
 
 }  // namespace quorl::test

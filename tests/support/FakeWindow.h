@@ -20,6 +20,7 @@ class FakeBrowserWindow final : public BrowserWindow {
     double progressValue = 0;
     std::optional<std::chrono::milliseconds> idleLimit;
     bool progressHidden = false;
+    std::string waitingWords;
 
     void setDelegate(WindowDelegate* delegate) override { delegate_ = delegate; }
     void setTitle(const std::string& text) override { title = text; }
@@ -47,6 +48,7 @@ class FakeBrowserWindow final : public BrowserWindow {
     double progress() const override { return progressValue; }
     void setProgress(double value) override { progressValue = value; }
     void setProgressHidden(bool hidden) override { progressHidden = hidden; }
+    void awaitPage(const std::string& words) override { waitingWords = words; }
 
     /// The user drags the window to another size.
     void resize(Size size) {

@@ -10,6 +10,9 @@ namespace {
 
 constexpr int stripHeight = 27;
 constexpr int stripReach = 120;
+constexpr std::chrono::seconds waitWithoutWords{5};
+// Something is to be seen of a load that has only begun.
+constexpr double leastProgress = 0.05;
 constexpr int smallestWidth = 320;
 constexpr int smallestHeight = 240;
 
@@ -31,6 +34,8 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
       strip_(GTK_WIDGET(gtk_builder_get_object(builder, "titleStrip"))),
       title_(GTK_LABEL(gtk_builder_get_object(builder, "titleLabel"))),
       progressBar_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBar"))),
+      waitingBand_(GTK_WIDGET(gtk_builder_get_object(builder, "waitingBand"))),
+      waitingLabel_(GTK_LABEL(gtk_builder_get_object(builder, "waitingLabel"))),
       idle_(window_, [this] {
           if (delegate_)
               delegate_->windowWasIdle();
@@ -40,6 +45,7 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
     limits.min_width = smallestWidth;
     limits.min_height = smallestHeight;
     gtk_window_set_geometry_hints(window_, nullptr, &limits, GDK_HINT_MIN_SIZE);
+    setProgress(0);
     gtk_widget_hide(progressBar_);
     gtk_widget_add_events(strip_, GDK_BUTTON_PRESS_MASK | GDK_BUTTON1_MOTION_MASK);
 
@@ -69,6 +75,7 @@ void GtkBrowserWindow::setWebWidget(GtkWidget* widget) {
     if (!widget)
         return;
     gtk_overlay_add_overlay(content_, widget);
+    gtk_overlay_reorder_overlay(content_, waitingBand_, -1);
     gtk_widget_show(widget);
     gtk_widget_grab_focus(widget);
 }
@@ -161,11 +168,20 @@ void GtkBrowserWindow::layOut(const Rect& progressBar, const Rect& webView) {
 void GtkBrowserWindow::setProgress(double value) {
     progress_ = value;
     gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(progressBar_),
-                                  std::clamp(value / 100, 0.0, 1.0));
+                                  std::clamp(value / 100, leastProgress, 1.0));
 }
 
 void GtkBrowserWindow::setProgressHidden(bool hidden) {
     gtk_widget_set_visible(progressBar_, !hidden);
+}
+
+void GtkBrowserWindow::awaitPage(const std::string& words) {
+    gtk_widget_hide(waitingBand_);
+    patience_.stop();
+    if (words.empty())
+        return;
+    gtk_label_set_text(waitingLabel_, words.c_str());
+    patience_.start(waitWithoutWords, [this] { gtk_widget_show(waitingBand_); });
 }
 
 void GtkBrowserWindow::zoom() {
@@ -198,8 +214,11 @@ gboolean GtkBrowserWindow::keyPressed(GdkEvent* event) {
     if (key.keyval != GDK_KEY_Tab && key.keyval != GDK_KEY_ISO_Left_Tab)
         return GDK_EVENT_PROPAGATE;
     const bool handedBack = key.time == std::exchange(lastTab_, key.time);
-    return handedBack && gtk_window_get_focus(window_) != webWidget_ ? GDK_EVENT_STOP
-                                                                     : GDK_EVENT_PROPAGATE;
+    if (!handedBack || !webWidget_ || gtk_window_get_focus(window_) == webWidget_)
+        return GDK_EVENT_PROPAGATE;
+    // The view lets the next key that it gets pass by the page, and takes that for this one.
+    gtk_widget_event(webWidget_, event);
+    return GDK_EVENT_STOP;
 }
 
 gboolean GtkBrowserWindow::deleteRequested(GdkEvent*) {
@@ -243,9 +262,19 @@ gboolean GtkBrowserWindow::placeChild(GtkWidget* child, GdkRectangle* allocation
         *allocation = fromTopLeft(progressRect_, place_.height);
     else if (child == webWidget_)
         *allocation = fromTopLeft(webRect_, place_.height);
+    else if (child == waitingBand_)
+        *allocation = waitingPlace();
     else
         return FALSE;
     return TRUE;
+}
+
+// Over the upper edge of the page, as a part of the strip that has come down.
+GdkRectangle GtkBrowserWindow::waitingPlace() {
+    int height = 0;
+    gtk_widget_get_preferred_height_for_width(waitingBand_, place_.width, nullptr, &height);
+    const GdkRectangle page = fromTopLeft(webRect_, place_.height);
+    return {page.x, page.y, page.width, std::min(height, page.height)};
 }
 
 void GtkBrowserWindow::monitorsChanged() {

@@ -43,6 +43,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     double progress() const override { return progress_; }
     void setProgress(double value) override;
     void setProgressHidden(bool hidden) override;
+    void awaitPage(const std::string& words) override;
 
   private:
     void zoom();
@@ -54,6 +55,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     gboolean deleteRequested(GdkEvent* event);
     gboolean stripPressed(GdkEvent* event);
     gboolean stripDragged(GdkEvent* event);
+    GdkRectangle waitingPlace();
     gboolean placeChild(GtkWidget* child, GdkRectangle* allocation);
     void monitorsChanged();
 
@@ -62,6 +64,8 @@ class GtkBrowserWindow final : public BrowserWindow {
     GtkWidget* strip_;
     GtkLabel* title_;
     GtkWidget* progressBar_;
+    GtkWidget* waitingBand_;
+    GtkLabel* waitingLabel_;
     GtkWidget* webWidget_ = nullptr;
     WindowDelegate* delegate_ = nullptr;
     GdkRectangle place_{};            ///< from the top left of the whole display
@@ -72,6 +76,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     bool wantsFocus_ = false;
     guint32 lastTab_ = 0;        ///< the time stamp of the last Tab key
     std::optional<Point> drag_;  ///< where in the window the strip is held
+    OneShotTimer patience_;
     KeyboardFocus focus_;
     IdleWatch idle_;
     SignalConnections signals_;
