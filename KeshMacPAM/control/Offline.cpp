@@ -8,17 +8,17 @@ namespace quorl::control {
 namespace {
 
 constexpr std::string_view usage =
-    "usage: keshctl offline sync           fetch the enrollment that the token on\n"
-    "                                      standard input names, and prune; exit status\n"
-    "                                      0 when a record was stored, 1 when none was\n"
-    "       keshctl offline check USER     may the user be verified offline? Exit\n"
-    "                                      status 0 yes, 1 no data, 2 limit reached,\n"
-    "                                      3 switched off\n"
-    "       keshctl offline count USER     count a successful offline verification;\n"
-    "                                      exit status 1 at the limit, 2 when it could\n"
-    "                                      not be counted\n"
-    "       keshctl offline reset USER     after an online verification: start the\n"
-    "                                      limits anew\n"
+    "usage: keshctl offline sync        fetch the enrollment that the token on\n"
+    "                                   standard input names, and prune; exit status\n"
+    "                                   0 when a record was stored, 1 when none was\n"
+    "       keshctl offline check USER  may the user be verified offline? Exit\n"
+    "                                   status 0 yes, 1 no data, 2 limit reached,\n"
+    "                                   3 switched off\n"
+    "       keshctl offline count USER  count a successful offline verification;\n"
+    "                                   exit status 1 at the limit, 2 when it could\n"
+    "                                   not be counted\n"
+    "       keshctl offline reset USER  after an online verification: start the\n"
+    "                                   limits anew\n"
     "\n"
     "USER is the name, an at sign and the domain. What happens is told in the log.\n";
 
