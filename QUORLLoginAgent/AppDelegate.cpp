@@ -97,6 +97,7 @@ WebViewConfiguration AppDelegate::registerCallbackHandler() {
 void AppDelegate::setNotificationObservers() {
     application_.setWillTerminateHandler([this] { appWillTerminate(); });
     application_.setLinkAction([this] { launch(); });
+    application_.setAtRestTest([this] { return !shown_ && !request_.isAnswerOwed(); });
     webViewControl_ = application_.makeWebView(registerCallbackHandler());
     errorPage_.emplace(*webViewControl_);
     customBrowserWindow_->setDelegate(this);

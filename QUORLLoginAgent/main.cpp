@@ -3,6 +3,7 @@
 #include "GtkApplication.h"
 #include "Handle.h"
 #include "LinuxPortSystem.h"
+#include "NewStart.h"
 #include "ServerCommunicator.h"
 #include "StandardStreams.h"
 #include "SystemPaths.h"
@@ -48,11 +49,16 @@ std::optional<int> runAction(const ArgumentDefaults& defaults) {
     return std::nullopt;
 }
 
-int runApplication() {
+struct Outcome {
+    int status;
+    bool newStart = false;
+};
+
+Outcome runApplication() {
     const auto application = makeGtkApplication(mainBundle());
     if (!application) {
         std::fprintf(stderr, "QUORLLoginAgent: %s\n", application.error().c_str());
-        return 1;
+        return {1};
     }
     LinuxPortSystem ports(systemPaths().runtimeDir,
                           {.ownAccount = secure_getenv("QUORL_SERVE_OWN_ACCOUNT") != nullptr});
@@ -60,7 +66,8 @@ int runApplication() {
     delegate.applicationDidFinishLaunching();
     // Here the log is open, and no page's process has been started yet that would inherit them.
     const StandardStreamsInLog streams;
-    return (*application)->run();
+    const int status = (*application)->run();
+    return {status, (*application)->wantsNewStart()};
 }
 
 }  // namespace
@@ -75,5 +82,10 @@ int main(int argc, char** argv) {
     const ArgumentDefaults defaults(argc, argv);
     if (const auto status = runAction(defaults))
         return *status;
-    return runApplication();
+    const NewStart start(argv);
+    const Outcome outcome = runApplication();
+    if (!outcome.newStart)
+        return outcome.status;
+    start.begin();
+    return 1;
 }

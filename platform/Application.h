@@ -31,8 +31,13 @@ class Application {
     virtual RunLoop& mainRunLoop() = 0;
     /// Called once when the application is asked to end, before run() returns.
     virtual void setWillTerminateHandler(std::function<void()> handler) = 0;
+    /// Whether the application is at rest, so that nobody would miss it for a moment.
+    virtual void setAtRestTest(std::function<bool()> test) = 0;
     /// Runs until the application is asked to end; gives the exit status.
     virtual int run() = 0;
+    /// After run(): the application ended at rest to be started anew, since what it finds at its start
+    /// has changed.
+    virtual bool wantsNewStart() const = 0;
 };
 
 }  // namespace quorl

@@ -1,7 +1,5 @@
 #include "AccessibilityBus.h"
 
-#include "Handle.h"
-
 #include <fmt/format.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -10,6 +8,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 
@@ -17,6 +16,8 @@ namespace quorl {
 namespace {
 
 constexpr std::string_view scheme = "unix:";
+constexpr std::size_t longestAnswer = 200;
+constexpr std::chrono::seconds patience{1};
 
 bool standsForItself(char c) {
     return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
@@ -52,26 +53,37 @@ FileDescriptor connected(const BusSocket& bus) {
     std::memcpy(address.sun_path + offset, bus.name.data(), bus.name.size());
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + bus.name.size());
     FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const timeval patience{.tv_sec = 1, .tv_usec = 0};
+    const timeval limit{.tv_sec = patience.count(), .tv_usec = 0};
     // The time-out for sending holds for connecting, too.
-    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0)
         return {};
     return socket;
 }
 
-// The first step of a bus client: it tells its account, as the digits' hexadecimal codes.
-bool authenticates(int socket) {
+// The first step of a bus client: it tells its account, as the digits' hexadecimal codes. Gives
+// what stands behind the bus's OK. Byte by byte, so that nothing of what follows is taken.
+std::optional<std::string> authenticated(int socket) {
     std::string greeting("\0AUTH EXTERNAL ", 15);
     for (const char digit : std::to_string(geteuid()))
         greeting += fmt::format("{:02x}", digit);
     greeting += "\r\n";
-    char answer[3];
-    return send(socket, greeting.data(), greeting.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(greeting.size()) &&
-           recv(socket, answer, sizeof answer, MSG_WAITALL) == sizeof answer &&
-           std::string_view(answer, sizeof answer) == "OK ";
+    if (send(socket, greeting.data(), greeting.size(), MSG_NOSIGNAL) !=
+        static_cast<ssize_t>(greeting.size()))
+        return std::nullopt;
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::string answer;
+    char byte = 0;
+    while (!answer.ends_with("\r\n")) {
+        if (answer.size() == longestAnswer || std::chrono::steady_clock::now() > deadline ||
+            recv(socket, &byte, 1, 0) != 1)
+            return std::nullopt;
+        answer += byte;
+    }
+    if (!answer.starts_with("OK "))
+        return std::nullopt;
+    return answer.substr(3, answer.size() - 5);
 }
 
 }  // namespace
@@ -100,12 +112,17 @@ std::optional<BusSocket> soleBusSocket(std::string_view address) {
     return found;
 }
 
-bool busAdmitsUs(const BusSocket& bus, std::span<const uid_t> listeners) {
-    const FileDescriptor socket = connected(bus);
+std::optional<AdmittingBus> admittedBy(const BusSocket& bus, std::span<const uid_t> listeners) {
+    FileDescriptor socket = connected(bus);
     ucred peer{};
     socklen_t size = sizeof peer;
-    return socket && getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-           std::ranges::find(listeners, peer.uid) != listeners.end() && authenticates(socket.get());
+    if (!socket || getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 ||
+        std::ranges::find(listeners, peer.uid) == listeners.end())
+        return std::nullopt;
+    auto guid = authenticated(socket.get());
+    if (!guid)
+        return std::nullopt;
+    return AdmittingBus{std::move(socket), std::move(*guid)};
 }
 
 }  // namespace quorl

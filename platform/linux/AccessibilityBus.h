@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Handle.h"
+
 #include <sys/types.h>
 
 #include <optional>
@@ -21,7 +23,14 @@ struct BusSocket {
 /// or a machine to be called. Percent-escapes are read as the bus's own libraries read them.
 std::optional<BusSocket> soleBusSocket(std::string_view address);
 
-/// Whether a bus listens there, as one of these accounts, and admits ours. Takes a second at most.
-bool busAdmitsUs(const BusSocket& socket, std::span<const uid_t> listeners);
+/// A bus that has admitted our account and waits for the word to begin.
+struct AdmittingBus {
+    FileDescriptor socket;
+    std::string guid;
+};
+
+/// The bus that listens there, as one of these accounts, if it admits ours. Takes a few seconds at
+/// most.
+std::optional<AdmittingBus> admittedBy(const BusSocket& socket, std::span<const uid_t> listeners);
 
 }  // namespace quorl

@@ -18,6 +18,7 @@ class FakeApplication final : public Application {
     std::optional<std::string> pagesFault;
     std::function<void()> linkAction;
     std::function<void()> willTerminate;
+    std::function<bool()> atRest;
     /// The web view that was made last; its maker owns it.
     FakeWebView* webView = nullptr;
 
@@ -35,6 +36,8 @@ class FakeApplication final : public Application {
     void setWillTerminateHandler(std::function<void()> handler) override {
         willTerminate = std::move(handler);
     }
+    void setAtRestTest(std::function<bool()> test) override { atRest = std::move(test); }
+    bool wantsNewStart() const override { return false; }
     int run() override {
         if (willTerminate)
             willTerminate();

@@ -1,13 +1,6 @@
 #include "Environment.h"
 
-#include "AccessibilityBus.h"
-
-#include <pwd.h>
 #include <stdlib.h>
-#include <unistd.h>
-
-#include <string>
-#include <vector>
 
 namespace quorl {
 namespace {
@@ -49,21 +42,6 @@ constexpr const char* doors[] = {"WEBKIT_INSPECTOR_SERVER",
                                  "GIO_EXTRA_MODULES",
                                  "GIO_MODULE_DIR"};
 
-constexpr const char* busVariable = "AT_SPI_BUS_ADDRESS";
-
-// A bus of root's, of ours or of the greeter's reads the screen to a blind person; any other could
-// be a trap, and one that refuses us would end the application.
-bool accessibilityBusIsGood() {
-    std::vector<uid_t> listeners{0, geteuid()};
-    // Named by who starts us with the greeter.
-    const char* account = secure_getenv("QUORL_GREETER_ACCOUNT");
-    if (const passwd* greeter = getpwnam(account ? account : QUORL_GREETER_ACCOUNT))
-        listeners.push_back(greeter->pw_uid);
-    const char* address = getenv(busVariable);
-    const auto socket = soleBusSocket(address ? address : "");
-    return socket && busAdmitsUs(*socket, listeners);
-}
-
 }  // namespace
 
 void prepareGtkEnvironment() {
@@ -71,13 +49,6 @@ void prepareGtkEnvironment() {
         setenv(variable.name, variable.value, 1);
     for (const char* door : doors)
         unsetenv(door);
-    if (accessibilityBusIsGood()) {
-        unsetenv("NO_AT_BRIDGE");
-        return;
-    }
-    unsetenv(busVariable);
-    // Else the toolkit asks the display for an address, which may name a program.
-    setenv("NO_AT_BRIDGE", "1", 1);
 }
 
 }  // namespace quorl

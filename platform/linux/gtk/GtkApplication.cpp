@@ -1,11 +1,13 @@
 #include "GtkApplication.h"
 
+#include "AccessibilityJoin.h"
 #include "Environment.h"
 #include "GlibRunLoop.h"
 #include "GtkBrowserWindow.h"
 #include "GtkLoginPanel.h"
 #include "Log.h"
 #include "ModuleGate.h"
+#include "NewStart.h"
 #include "PrivateHome.h"
 #include "RuntimeFolder.h"
 #include "SandboxCheck.h"
@@ -32,8 +34,11 @@ struct Surroundings {
     std::unique_ptr<SandboxTrial> sandbox;
     std::unique_ptr<PrivateHome> home;
     std::unique_ptr<UntrustedDisplay> display;
+    std::string accessibilityBus;    // that was joined
     std::vector<std::string> notes;  // what does not hold on this machine, for the log
 };
+
+constexpr std::chrono::milliseconds restCheckInterval{500};
 
 class GtkApplication final : public Application {
   public:
@@ -47,6 +52,9 @@ class GtkApplication final : public Application {
             window_.emplace(builder_.get());
         for (const int signal : {SIGTERM, SIGINT})
             signals_.emplace_back(g_unix_signal_add(signal, &GtkApplication::endRequested, this));
+        if (mayStartAnew())
+            accessibility_.emplace(gdk_display_get_default(), surroundings_.accessibilityBus,
+                                   [this] { startAnew(); });
     }
 
     LoginPanel* loginPanel() override { return panel_ ? &*panel_ : nullptr; }
@@ -68,6 +76,8 @@ class GtkApplication final : public Application {
     void setWillTerminateHandler(std::function<void()> handler) override {
         willTerminate_ = std::move(handler);
     }
+    void setAtRestTest(std::function<bool()> test) override { atRest_ = std::move(test); }
+    bool wantsNewStart() const override { return wantsNewStart_; }
     int run() override {
         for (const std::string& note : surroundings_.notes)
             logLine("GtkApplication : {}", note);
@@ -83,9 +93,23 @@ class GtkApplication final : public Application {
   private:
     static gboolean endRequested(gpointer self) {
         auto* application = static_cast<GtkApplication*>(self);
-        application->endRequested_ = true;
-        g_main_loop_quit(application->mainLoop_.get());
+        application->wantsNewStart_ = false;
+        application->end();
         return G_SOURCE_CONTINUE;
+    }
+    void end() {
+        endRequested_ = true;
+        g_main_loop_quit(mainLoop_.get());
+    }
+    // Nobody is to lose the window that is in use.
+    void startAnew() {
+        if (!atRest_ || !atRest_()) {
+            restCheck_.start(restCheckInterval, [this] { startAnew(); });
+            return;
+        }
+        logLine("GtkApplication : a screen reader has come, starts anew to be read by it");
+        wantsNewStart_ = true;
+        end();
     }
 
     Surroundings surroundings_;
@@ -96,7 +120,11 @@ class GtkApplication final : public Application {
     std::optional<GtkBrowserWindow> window_;
     std::vector<GlibSource> signals_;
     std::function<void()> willTerminate_;
+    std::function<bool()> atRest_;
+    std::optional<AccessibilityWatch> accessibility_;
+    OneShotTimer restCheck_;
     bool endRequested_ = false;
+    bool wantsNewStart_ = false;
 };
 
 using Failure = tl::unexpected<std::string>;
@@ -181,6 +209,7 @@ tl::expected<std::unique_ptr<Application>, std::string> makeGtkApplication(
     // Beside all that follows: it takes as long as the toolkit's own start.
     surroundings.sandbox = std::make_unique<SandboxTrial>();
     nameAuthority();
+    surroundings.accessibilityBus = joinAccessibilityBus();
     auto home = makeHome();
     if (!home)
         return Failure(home.error());

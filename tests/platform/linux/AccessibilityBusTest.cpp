@@ -28,7 +28,7 @@ TEST(AccessibilityBus, ABusOfTheseAccountsMustAdmitUs) {
     const BusSocket bus{BusSocket::Kind::file, sandbox.root() / "bus"};
     const uid_t ours[] = {geteuid()};
     const uid_t others[] = {geteuid() + 1};
-    EXPECT_FALSE(busAdmitsUs(bus, ours));
+    EXPECT_FALSE(admittedBy(bus, ours));
     const auto start = [&](const std::string& policy) {
         const std::string config = sandbox.root() / "bus.conf";
         std::filesystem::remove(bus.name);
@@ -42,11 +42,11 @@ TEST(AccessibilityBus, ABusOfTheseAccountsMustAdmitUs) {
         return daemon;
     };
     auto daemon = start("EXTERNAL");
-    EXPECT_TRUE(busAdmitsUs(bus, ours));
-    EXPECT_FALSE(busAdmitsUs(bus, others));
+    EXPECT_TRUE(admittedBy(bus, ours));
+    EXPECT_FALSE(admittedBy(bus, others));
     daemon.reset();
     daemon = start("DBUS_COOKIE_SHA1");
-    EXPECT_FALSE(busAdmitsUs(bus, ours));
+    EXPECT_FALSE(admittedBy(bus, ours));
 }
 
 }  // namespace
