@@ -47,6 +47,8 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
     gtk_window_set_geometry_hints(window_, nullptr, &limits, GDK_HINT_MIN_SIZE);
     setProgress(0);
     gtk_widget_hide(progressBar_);
+    // A screen reader would speak of each of its steps.
+    atk_object_set_role(gtk_widget_get_accessible(progressBar_), ATK_ROLE_REDUNDANT_OBJECT);
     gtk_widget_add_events(strip_, GDK_BUTTON_PRESS_MASK | GDK_BUTTON1_MOTION_MASK);
 
     signals_.connect<&GtkBrowserWindow::placeChild>(content_, "get-child-position", this);
