@@ -95,6 +95,8 @@ void drainEvents(Display* display) {
 
 int main(int argc, char** argv) {
     umask(0177);
+    // Whatever the display manager left open is nothing for the greeter's account.
+    close_range(STDERR_FILENO + 1, ~0U, 0);
     if (argc != 5)
         return failure("usage: quorl-a11y-relay SOCKET PID-FILE GREETER-ACCOUNT AGENT-ACCOUNT");
     const auto greeter = accountNamed(argv[3]);
