@@ -35,8 +35,8 @@ class Application {
     virtual void setAtRestTest(std::function<bool()> test) = 0;
     /// Runs until the application is asked to end; gives the exit status.
     virtual int run() = 0;
-    /// After run(): the application ended at rest to be started anew, since what it finds at its start
-    /// has changed.
+    /// After run(): the application ended at rest to be started anew, since what it finds at its
+    /// start has changed.
     virtual bool wantsNewStart() const = 0;
 };
 

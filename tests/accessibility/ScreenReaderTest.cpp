@@ -205,11 +205,14 @@ TEST_F(ScreenReaderTest, TheAgentsAccountIsLetOnByTheRelayAndItsPageStaysInTheSa
                       .errors = path("relay.err")});
     ASSERT_EQ(start.wait(), 0) << TestSandbox::read(path("relay.err"));
     const std::string relay = TestSandbox::read(path("relay.pid"));
-    const std::string status =
-        TestSandbox::read("/proc/" + relay.substr(0, relay.size() - 1) + "/status");
-    const std::string daemon = std::to_string(getpwnam("daemon")->pw_uid);
-    EXPECT_NE(status.find("\nUid:\t" + daemon + "\t" + daemon + "\t"), std::string::npos) << status;
-    EXPECT_NE(status.find("\nNoNewPrivs:\t1"), std::string::npos) << status;
+    const std::string daemon = "\t" + std::to_string(getpwnam("daemon")->pw_uid);
+    std::string status;
+    EXPECT_TRUE(waitFor([&] {
+        status = TestSandbox::read("/proc/" + relay.substr(0, relay.size() - 1) + "/status");
+        return status.find("\nUid:" + daemon + daemon + daemon + daemon + "\n") !=
+                   std::string::npos &&
+               status.find("\nNoNewPrivs:\t1") != std::string::npos;
+    })) << status;
 
     stage.agentPrefix = {"env", "QUORL_ACCESSIBILITY_RELAY=" + socket};
     stage.account = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups",
