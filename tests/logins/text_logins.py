@@ -2,9 +2,10 @@
 
 import os
 import pwd
+import signal
 import time
 
-from machine import PASSWORD, code, processes, wait_for
+from machine import PASSWORD, code, processes, run, text_of, wait_for
 from terminal import Failed, Terminal
 
 PROMPT = r"Code from Phone[^:]*: "
@@ -182,8 +183,8 @@ class TextLogins:
             terminal.type("")
             terminal.expect("Sorry|incorrect")
         self._journal(name, "the password was given in the place of a code")
-        if PASSWORD in self.machine.journal.text:
-            raise Failed("the journal holds the password")
+        if PASSWORD in self.machine.journal.text or PASSWORD in terminal.seen:
+            raise Failed("the password stands in the journal or on the screen")
 
     def su_right(self):
         name = self.machine.person()
@@ -247,19 +248,66 @@ class TextLogins:
             raise Failed(f"the helper ended after {took:.1f} s only")
         return f"helper gone after {took * 1000:.0f} ms"
 
+    @staticmethod
+    def _interrupt(terminal):
+        """Once the program reads: between its prompt and that a signal goes unnoticed."""
+        wait_for("the program's reading",
+                 lambda: text_of(f"/proc/{terminal.pid}/stat").rpartition(") ")[2].startswith("S"), 5)
+        terminal.press("c")
+
     def ssh_cut(self):
         return self._cancelled(self.ssh(self.machine.person()), Terminal.hang_up)
 
     def sudo_interrupted(self):
-        return self._cancelled(self.sudo(self.machine.person()), lambda t: t.press("c"))
+        return self._cancelled(self.sudo(self.machine.person()), self._interrupt)
 
     def su_interrupted(self):
         name = self.machine.person()
         return self._cancelled(Terminal("su", "-c", "id", name, uid=uid_of("lokal")),
-                               lambda t: t.press("c"))
+                               self._interrupt)
 
     def login_hung_up(self):
         return self._cancelled(Terminal("login", self.machine.person()), Terminal.hang_up)
+
+    def killed(self):
+        """The login programs themselves are killed at the prompt."""
+        name = self.machine.person()
+        for terminal in (self.sudo(name), Terminal("login", name),
+                         Terminal("su", "-c", "id", name, uid=uid_of("lokal"))):
+            note = self._cancelled(terminal, lambda t: os.kill(t.pid, 9))
+        return note
+
+    def helper_stopped(self):
+        """The code is typed, and the helper, stopped, takes it no more."""
+        wait_for("earlier helpers' end", lambda: not processes("kesh-verify"), 65)
+        with self.sudo(self.machine.person()) as terminal:
+            terminal.expect("password for")
+            terminal.type(PASSWORD)
+            terminal.expect(PROMPT)
+            os.kill(processes("kesh-verify")[0], signal.SIGSTOP)
+            began = time.monotonic()
+            terminal.type(code())
+            terminal.expect("Press Return")
+            took = time.monotonic() - began
+            wait_for("the helper's end", lambda: not processes("kesh-verify"), 1)
+            terminal.type("")
+            terminal.expect("Sorry|incorrect")
+        if took > 11:
+            raise Failed(f"told after {took:.1f} s only")
+        return f"told after {took:.1f} s"
+
+    def var_read_only(self):
+        name = self.machine.person()
+        run("mount", "--bind", "/var", "/var")
+        run("mount", "-o", "remount,bind,ro", "/var")
+        try:
+            with self.ssh(name) as terminal:
+                terminal.expect("Password: ")
+                terminal.type(PASSWORD)
+                self._out(terminal, "cannot be recorded")
+            self.passes_at_once("root")
+        finally:
+            run("umount", "--lazy", "/var")
 
     def nothing_left(self):
         """No zombie of ours, no lock that a cancelled login left."""
@@ -296,6 +344,22 @@ class TextLogins:
             terminal.type(PASSWORD)
             self._out(terminal, "Could not connect")
 
+    def silent_at_terminals(self, stranger):
+        """Each door gives the reason as it can, as soon as the server has had its time."""
+        for terminal in (self.sudo(stranger), Terminal("login", stranger),
+                         Terminal("su", "-c", "id", stranger, uid=uid_of("lokal"))):
+            with terminal:
+                terminal.expect("assword[^:]*: ")
+                began = time.monotonic()
+                terminal.type(PASSWORD)
+                terminal.expect("Could not connect")
+                took = time.monotonic() - began
+                if "Press Return" in terminal.seen:
+                    terminal.type("")
+                terminal.expect("Sorry|incorrect|failure")
+            if took > 4:
+                raise Failed(f"the reason came after {took:.1f} s")
+
     # All of them.
 
     def play(self, cases, stranger):
@@ -325,11 +389,18 @@ class TextLogins:
         cases.play("sudo: Ctrl-C at the prompt", self.sudo_interrupted)
         cases.play("su: Ctrl-C at the prompt", self.su_interrupted)
         cases.play("login: line cut at the prompt", self.login_hung_up)
+        cases.play("sudo, login, su: killed at the prompt", self.killed)
+        cases.play("sudo: helper stopped", self.helper_stopped)
+        cases.play("ssh: /var read-only", self.var_read_only)
         cases.play("nothing left by cancelled logins", self.nothing_left)
         machine.silence_server()
         cases.play_at_once([
             ("ssh: server silent", self.prompt_without_server, 4.0),
             ("ssh: server silent, not enrolled", self.unreachable_and_not_enrolled, stranger),
+            ("sudo, login, su: server silent, not enrolled", self.silent_at_terminals, stranger),
+            ("sudo: server silent", self.sudo_right),
+            ("su: server silent", self.su_right),
+            ("login: server silent", self.login_right),
             ("ssh: server silent, root at once", self.passes_at_once, "root")])
         machine.stop_server()
         cases.play("ssh: server refuses", self.prompt_without_server, 1.5)

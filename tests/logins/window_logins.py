@@ -269,6 +269,37 @@ class WindowLogins:
         finally:
             self.machine.wake_server()
 
+    def lock_and_unlock(self):
+        """A locked seat has its greeter on another display, and asks for the second factor there."""
+        name = self.machine.person()
+        self._identify(name)
+        self._wait_for_page()
+        self._type(code())
+        self._session_of(name)
+        prompts, pages = self._log().count("Prompt greeter"), self._pages()
+        run("dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DisplayManager",
+            "/org/freedesktop/DisplayManager/Seat0", "org.freedesktop.DisplayManager.Seat.Lock")
+        self._log_has("Greeter connected", 2)
+        self._on(":51")
+        wait_for("the agent", lambda: processes("QUORLLoginAgent"), 10)
+        self._log_has("Prompt greeter", prompts + 1)
+        self._still()
+        self._show("locked")
+        self._type(PASSWORD)
+        self._wait_for_page(pages + 1)
+        self._show("page")
+        self._type("000000")
+        self._show("wrong")
+        self._type(code())
+        self._log_has("eturning to existing user session")
+        wait_for("the agent's end", lambda: not processes("QUORLLoginAgent"), 10)
+        if len(processes("probe")) != 1:
+            raise Failed(f"{len(processes('probe'))} sessions after the unlock")
+        if len(self.machine.journal.lines(f"user={name}", "way=window", "outcome=granted")) != 2:
+            raise Failed("the unlock was not asked for a second factor")
+        self._on(":50")
+        self._show("unlocked")
+
     def root_at_once(self):
         self._identify("root")
         self._session_of("root")
@@ -333,6 +364,7 @@ class WindowLogins:
                 ("lightdm: cancelled, then another", self.cancelled),
                 ("lightdm: server silent", self.server_silent),
                 ("lightdm: locked out", self.locked_out, lock),
+                ("lightdm: lock and unlock", self.lock_and_unlock),
                 ("lightdm: root at once", self.root_at_once),
                 ("lightdm: local account at once", self.local_at_once),
                 ("lightdm: agent dead", self.agent_dead),
