@@ -108,6 +108,14 @@ TEST_F(OfflineFlow, aTokenIsNamedByItsSerialNumberAndLimitsByDays) {
                               text("IDS_MFA_OFFLINE_HTML_T3") + "';");
 }
 
+TEST_F(OfflineFlow, theHelpLineGoesToThePageAsText) {
+    config["HELP_TEXT"] = "Desk <b>\"7'";
+    begin(policy(Value::array(), {3}, 1));
+    const Scripts scripts = finishLoad();
+    EXPECT_EQ(scripts.at(scripts.size() - 2),
+              R"(setHelp({"label":")" + text("IDS_HELP_LABEL") + R"(","text":"Desk <b>\"7'"});)");
+}
+
 TEST_F(OfflineFlow, theCustomLogoIsShownWhenThereIsOne) {
     store(policy(Value::array(), {3}, 1), {{"AUTH_ENROLLMENT", enrollments()}});
     TestSandbox::write(sandbox.support() / "logo.png", "PNG");

@@ -186,6 +186,8 @@ class PageStage:
         if view == "wait":
             self.run("rest(30)")
         if view == "expired":
+            help_line = {"label": table["IDS_HELP_LABEL"], "text": "Service <b>desk</b>: 555 0100"}
+            self.run(f"setHelp({json.dumps(help_line)})")
             self.run("minutes = 0; sessionTimeOut()")
 
     def load(self, url):
