@@ -150,6 +150,7 @@ class AppDelegate final : public WebViewDelegate, public WindowDelegate {
     bool isOfflineMFA_ = false;
     const Value* loginAgentProps_ = nullptr;
     std::string appSupportDir_;
+    std::string waitingWords_;  ///< kept, since each load needs them
     std::FILE* logFileP_ = nullptr;
     MachineEnvironment machine_;
 

@@ -30,6 +30,7 @@ void AppDelegate::initBrowser() {
     const Value& config = getLoginAgentParams();
     warnOfUncheckedCertificates(config);
     customBrowserWindow_->setTitle(configText(config, "PRODTITLE"));
+    waitingWords_ = localized("IDS_STILL_WAITING");
 
     // Told once, here: it is loaded whatever the list says, since every refusal ends on it.
     if (decideNavigation(blankPage, config) == NavigationDecision::cancel)
@@ -73,7 +74,7 @@ NavigationDecision AppDelegate::decidePolicyForNavigationAction(const std::strin
 
 void AppDelegate::showLoading() {
     customBrowserWindow_->setProgressHidden(false);
-    customBrowserWindow_->awaitPage(localized("IDS_STILL_WAITING"));
+    customBrowserWindow_->awaitPage(waitingWords_);
 }
 
 void AppDelegate::didStartProvisionalNavigation() {

@@ -54,10 +54,15 @@ if (code && isVisible(code)) {
     code.value = before;
 }
 root.scrollTop = 0;
+// What lies in view and under nothing, as the picture has it.
+const inSight = (e, r) => [r.top + 1, r.bottom - 1].every((y) => {
+    const hit = document.elementFromPoint((r.left + r.right) / 2, y);
+    return !hit || e.contains(hit) || hit.contains(e);
+});
 const plain = (r) => [r.left, r.top, r.right, r.bottom];
 return {
     faults,
-    texts: texts.map((t) => ({ name: name(t.e), rects: t.lines.map(plain) })),
+    texts: texts.map((t) => ({ name: name(t.e), rects: lines(t.e).filter((r) => inSight(t.e, r)).map(plain) })),
     controls: boxes.filter((e) => e.matches("button, .code, .radio-inline"))
         .map((e) => ({ name: name(e), rects: [plain(e.getBoundingClientRect())] })),
     width: innerWidth, height: innerHeight };
