@@ -65,6 +65,11 @@ function isShown(id) {
     return !byId(id).classList.contains("hide");
 }
 
+// Where the engine tells readers nothing of what appears, the window does.
+function tellReader(text) {
+    window.webkit.messageHandlers.reader?.postMessage(text);
+}
+
 // At once, over whatever is being read. Each time an element of its own that comes with its words:
 // readers speak of one that appears, and not of a change in one.
 function announce(text) {
@@ -72,6 +77,7 @@ function announce(text) {
     words.setAttribute("role", "alert");
     words.textContent = text;
     byId("ANNOUNCEMENT").replaceChildren(words);
+    tellReader(text);
 }
 
 // When nothing else is being read; a notice that waits its turn is kept.
@@ -81,6 +87,7 @@ function notice(text) {
     line.textContent = text;
     setTimeout(() => region.append(line), 100);
     setTimeout(() => line.remove(), 10000);
+    tellReader(text);
 }
 
 // Readers that know no alerts of pages read what gets the focus, so it goes to the alert and back. The

@@ -156,6 +156,53 @@ TEST_F(ScreenReaderTest, EachViewIsReadAndOperatedByItsAccessibleActions) {
     EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
 }
 
+TEST_F(ScreenReaderTest, OrcaSpeaksOfEachViewAndNotOfTheLoad) {
+    enroll();
+    startBus();
+    std::string session = TestSandbox::read(path("greeter/session"));
+    session.pop_back();
+    const std::string home = path("reader");
+    fs::create_directories(home + "/.config/speech-dispatcher");
+    // Of a machine without a sound device.
+    TestSandbox::write(home + "/.config/speech-dispatcher/speechd.conf",
+                       "AudioOutputMethod \"libao\"\n");
+    TestSandbox::write(home + "/.libao", "default_driver=null\n");
+    Subprocess orca({.command = {"env", "-u", "XDG_RUNTIME_DIR", "DISPLAY=" + stage.display(),
+                                 "XAUTHORITY=" + path("authority").string(), "HOME=" + home,
+                                 "DBUS_SESSION_BUS_ADDRESS=" + session, "orca", "--replace",
+                                 "--debug-file", path("orca")},
+                     .output = path("orca.out"),
+                     .errors = path("orca.out")});
+    const auto spoken = [this] {
+        std::istringstream lines(TestSandbox::read(path("orca")));
+        std::string words;
+        const std::string mark = "SPEECH OUTPUT: '";
+        for (std::string line; std::getline(lines, line);) {
+            const auto at = line.find(mark);
+            if (at != std::string::npos)
+                words += line.substr(at + mark.size(),
+                                     line.rfind('\'', line.rfind("{'")) - at - mark.size()) +
+                         "\n";
+        }
+        return words;
+    };
+    const auto says = [&](const std::string& words) {
+        return waitFor([&] { return spoken().find(words) != std::string::npos; });
+    };
+    ASSERT_TRUE(says("Screen reader on.")) << TestSandbox::read(path("orca.out"));
+    stage.startAgent();
+    requestOffline();
+    EXPECT_TRUE(says("How would you like to verify? panel.\n")) << spoken();
+    EXPECT_TRUE(says("Phone.\n")) << spoken();
+    EXPECT_TRUE(says("Time left: 2 minutes")) << spoken();
+    stage.press("Return");
+    ASSERT_TRUE(stage.waitForPage());
+    stage.type("739164");
+    stage.press("Return");
+    EXPECT_TRUE(says("That code did not work. Type the code that is shown right now.")) << spoken();
+    EXPECT_EQ(spoken().find("percent"), std::string::npos) << spoken();
+}
+
 TEST_F(ScreenReaderTest, ABusThatComesLaterIsJoinedOnceNobodyUsesTheWindow) {
     stage.configure();
     stage.startAgent();

@@ -33,6 +33,7 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
       content_(GTK_OVERLAY(gtk_builder_get_object(builder, "browserContent"))),
       strip_(GTK_WIDGET(gtk_builder_get_object(builder, "titleStrip"))),
       title_(GTK_LABEL(gtk_builder_get_object(builder, "titleLabel"))),
+      notification_(gtk_label_new(nullptr)),
       progressBar_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBar"))),
       waitingBand_(GTK_WIDGET(gtk_builder_get_object(builder, "waitingBand"))),
       waitingLabel_(GTK_LABEL(gtk_builder_get_object(builder, "waitingLabel"))),
@@ -47,6 +48,10 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
     gtk_window_set_geometry_hints(window_, nullptr, &limits, GDK_HINT_MIN_SIZE);
     setProgress(0);
     gtk_widget_hide(progressBar_);
+    // Nothing of it is seen: it is there to be spoken of.
+    atk_object_set_role(gtk_widget_get_accessible(notification_), ATK_ROLE_NOTIFICATION);
+    gtk_overlay_add_overlay(content_, notification_);
+    gtk_overlay_set_overlay_pass_through(content_, notification_, TRUE);
     // A screen reader would speak of each of its steps.
     atk_object_set_role(gtk_widget_get_accessible(progressBar_), ATK_ROLE_REDUNDANT_OBJECT);
     gtk_widget_add_events(strip_, GDK_BUTTON_PRESS_MASK | GDK_BUTTON1_MOTION_MASK);
@@ -80,6 +85,14 @@ void GtkBrowserWindow::setWebWidget(GtkWidget* widget) {
     gtk_overlay_reorder_overlay(content_, waitingBand_, -1);
     gtk_widget_show(widget);
     gtk_widget_grab_focus(widget);
+}
+
+// Readers speak of a notification when it comes to be shown.
+void GtkBrowserWindow::announce(const char* words) {
+    AtkObject* notification = gtk_widget_get_accessible(notification_);
+    gtk_widget_hide(notification_);
+    atk_object_set_name(notification, words);
+    gtk_widget_show(notification_);
 }
 
 void GtkBrowserWindow::setTitle(const std::string& title) {
@@ -151,6 +164,7 @@ void GtkBrowserWindow::makeKeyWindow() {
 void GtkBrowserWindow::orderOut() {
     wantsFocus_ = false;
     focus_.giveBack();
+    gtk_widget_hide(notification_);
     gtk_widget_hide(GTK_WIDGET(window_));
     forgetCopiedText(window_);
 }
@@ -260,6 +274,8 @@ gboolean GtkBrowserWindow::stripDragged(GdkEvent* event) {
 gboolean GtkBrowserWindow::placeChild(GtkWidget* child, GdkRectangle* allocation) {
     if (child == strip_)
         *allocation = {0, 0, place_.width, stripHeight};
+    else if (child == notification_)
+        *allocation = {0, 0, 1, 1};
     else if (child == progressBar_)
         *allocation = fromTopLeft(progressRect_, place_.height);
     else if (child == webWidget_)

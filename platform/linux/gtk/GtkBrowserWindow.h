@@ -24,6 +24,8 @@ class GtkBrowserWindow final : public BrowserWindow {
     /// Puts the web view's widget into the window, where layOut() has told; null when it is about
     /// to be destroyed.
     void setWebWidget(GtkWidget* widget);
+    /// Has a screen reader speak these words, whatever has the focus.
+    void announce(const char* words);
 
     void setDelegate(WindowDelegate* delegate) override { delegate_ = delegate; }
     void setTitle(const std::string& title) override;
@@ -63,6 +65,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     GtkOverlay* content_;
     GtkWidget* strip_;
     GtkLabel* title_;
+    GtkWidget* notification_;
     GtkWidget* progressBar_;
     GtkWidget* waitingBand_;
     GtkLabel* waitingLabel_;

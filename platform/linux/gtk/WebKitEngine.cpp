@@ -70,7 +70,8 @@ void WebKitEngine::makeView() {
 }
 
 void WebKitEngine::destroyView() {
-    webkit_user_content_manager_unregister_script_message_handler(content_.get(), channel_.c_str());
+    for (const char* channel : {channel_.c_str(), readerChannel})
+        webkit_user_content_manager_unregister_script_message_handler(content_.get(), channel);
     gtk_widget_destroy(GTK_WIDGET(view_.get()));
 }
 

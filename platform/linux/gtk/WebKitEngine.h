@@ -13,6 +13,9 @@ namespace quorl {
 /// Nothing that pages store outlives it.
 class WebKitEngine {
   public:
+    /// On which our own pages say what a screen reader is to speak at once.
+    static constexpr const char* readerChannel = "reader";
+
     /// Pages post messages on the channel of that name.
     WebKitEngine(CertificatePolicy certificates, const std::string& channel);
     ~WebKitEngine();

@@ -76,6 +76,11 @@ void WebKitView::connectView() {
         engine_->content(), ("script-message-received::" + channel).c_str(), this);
     webkit_user_content_manager_register_script_message_handler(engine_->content(),
                                                                 channel.c_str());
+    signals_.connect<&WebKitView::announcementReceived>(
+        engine_->content(),
+        (std::string("script-message-received::") + WebKitEngine::readerChannel).c_str(), this);
+    webkit_user_content_manager_register_script_message_handler(engine_->content(),
+                                                                WebKitEngine::readerChannel);
     for (const std::string& source : userScripts_)
         installUserScript(source);
     if (surroundings_.window)

@@ -82,6 +82,7 @@ class WebKitView final : public WebView {
     void processTerminated(WebKitWebProcessTerminationReason reason);
     gboolean focusArrives(GtkDirectionType direction);
     void messageReceived(WebKitJavascriptResult* result);
+    void announcementReceived(WebKitJavascriptResult* result);
     void deliver(LoadTracker::Report report, const LoadError& error);
     void explainCancellation();
     void giveUp(LoadError error);

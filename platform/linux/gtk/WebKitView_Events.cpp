@@ -340,4 +340,14 @@ void WebKitView::messageReceived(WebKitJavascriptResult* result) {
                                        {.pageURL = committedURL_});
 }
 
+// The engine tells readers nothing of what a page announces, so that the window does. Our own pages
+// alone: another's could speak for the login screen while nobody looks at it.
+void WebKitView::announcementReceived(WebKitJavascriptResult* result) {
+    JSCValue* value = webkit_javascript_result_get_js_value(result);
+    if (!surroundings_.window || !committedURL_.starts_with("file:") || !jsc_value_is_string(value))
+        return;
+    const GCharHandle words(jsc_value_to_string(value));
+    surroundings_.window->announce(words.get());
+}
+
 }  // namespace quorl
