@@ -156,7 +156,7 @@ TEST_F(ScreenReaderTest, EachViewIsReadAndOperatedByItsAccessibleActions) {
     EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
 }
 
-TEST_F(ScreenReaderTest, OrcaSpeaksOfEachViewAndNotOfTheLoad) {
+TEST_F(ScreenReaderTest, OrcaSpeaksOfTheFirstViewAndItsTimeAndNotOfTheLoad) {
     enroll();
     startBus();
     std::string session = TestSandbox::read(path("greeter/session"));
@@ -195,11 +195,6 @@ TEST_F(ScreenReaderTest, OrcaSpeaksOfEachViewAndNotOfTheLoad) {
     EXPECT_TRUE(says("How would you like to verify? panel.\n")) << spoken();
     EXPECT_TRUE(says("Phone.\n")) << spoken();
     EXPECT_TRUE(says("Time left: 2 minutes")) << spoken();
-    stage.press("Return");
-    ASSERT_TRUE(stage.waitForPage());
-    stage.type("739164");
-    stage.press("Return");
-    EXPECT_TRUE(says("That code did not work. Type the code that is shown right now.")) << spoken();
     EXPECT_EQ(spoken().find("percent"), std::string::npos) << spoken();
 }
 
