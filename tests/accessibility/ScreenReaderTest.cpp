@@ -32,7 +32,8 @@ class ScreenReaderTest : public testing::Test {
         AgentStage::Words command = greeter;
         for (const char* word :
              {"dbus-run-session", "--", "sh", "-c",
-              "echo \"$DBUS_SESSION_BUS_ADDRESS\" >\"$HOME/session\" && exec "
+              "echo \"$DBUS_SESSION_BUS_ADDRESS\" >\"$HOME/session\" && exec setpriv --pdeathsig "
+              "TERM "
               "/usr/libexec/at-spi-bus-launcher --launch-immediately --a11y=1 --screen-reader=1"})
             command.emplace_back(word);
         if (!greeter.empty()) {
