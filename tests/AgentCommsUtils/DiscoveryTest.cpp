@@ -76,10 +76,11 @@ using Name = std::optional<std::string>;
 struct Machine {
     std::string what;
     Files files;
-    Name machine, domain;
-    Name domainAlone;  ///< of getMachineDomainName
-    std::vector<std::string> lines = {};
-    std::vector<std::string> noLines = {};
+    struct Names {
+        Name machine, domain;
+        Name domainAlone;  ///< of getMachineDomainName
+    } names;
+    bool fails = false;  ///< on the way, which is logged
 
     friend void PrintTo(const Machine& machine, std::ostream* out) { *out << machine.what; }
 };
@@ -87,22 +88,15 @@ struct Machine {
 class MachinesTest : public DiscoveryTest, public testing::WithParamInterface<Machine> {};
 
 TEST_P(MachinesTest, AreNamedInTheOrderOfPrecedence) {
-    const Machine& given = GetParam();
-    lay(given.files);
+    const auto& [what, files, names, fails] = GetParam();
+    lay(files);
     const auto environment = discovered();
-    EXPECT_EQ(environment.machineName.value_or("(none)"), given.machine.value_or("(none)"));
-    EXPECT_EQ(environment.domainName.value_or("(none)"), given.domain.value_or("(none)"));
-    for (const std::string& line : given.lines)
-        EXPECT_TRUE(log.has("setEnvironmentalDetails : " + line)) << line << "\n" << log.text();
-    for (const std::string& line : given.noLines)
-        EXPECT_FALSE(log.has(line)) << line << "\n" << log.text();
-    EXPECT_EQ(getMachineDomainName().value_or("(none)"), given.domainAlone.value_or("(none)"));
+    EXPECT_EQ(environment.machineName.value_or("(none)"), names.machine.value_or("(none)"));
+    EXPECT_EQ(environment.domainName.value_or("(none)"), names.domain.value_or("(none)"));
+    EXPECT_EQ(log.has("setEnvironmentalDetails : Exception : "), fails) << log.text();
+    EXPECT_EQ(getMachineDomainName().value_or("(none)"), names.domainAlone.value_or("(none)"));
 }
 
-const std::string lookingAtBindings =
-    "Looking at Library/Preferences/OpenDirectory/Configurations/Active Directory\n";
-const std::string lookingAtKerberos = "Looking at /Library/Preferences/edu.mit.Kerberos\n";
-const std::string lookingAtTool = "Looking at /usr/sbin/dsconfigad\n";
 const std::string hostName = [] {
     std::array<char, 256> name{};
     gethostname(name.data(), name.size() - 1);
@@ -113,161 +107,59 @@ INSTANTIATE_TEST_SUITE_P(
     All, MachinesTest,
     testing::Values(
         Machine{"ABindingNamesBoth",
-                {{bindings + "corp.plist", binding("mac1$", "corp.example.test")},
+                {{bindings + "corp.plist", binding("mac1$", "corp.test")},
                  {kerberos, "default_realm = KRB.TEST\n"}},
-                "mac1",
-                "corp.example.test",
-                "corp.example.test",
-                {lookingAtBindings, "got the domain name - corp.example.test\n",
-                 "got the machine name - mac1\n"},
-                {lookingAtKerberos, "Exception"}},
-        Machine{
-            "TheToolWinsForTheDomainAlone",
-            {{bindings + "corp.plist", binding("macé", "corp.example.test")}, {tool, toolReport}},
-            "mac",
-            "corp.example.test",
-            "tool.example.test"},
+                {"mac1", "corp.test", "corp.test"}},
+        Machine{"TheToolWinsForTheDomainAlone",
+                {{bindings + "corp.plist", binding("macé", "corp.test")}, {tool, toolReport}},
+                {"mac", "corp.test", "tool.example.test"}},
         Machine{"AnEntryOfAnotherNameStillHidesKerberos",
                 {{bindings + "README", "x"},
                  {kerberos, "default_realm = KRB.TEST\n"},
                  {tool, toolReport}},
-                "toolmac",
-                "tool.example.test",
-                "tool.example.test",
-                {lookingAtBindings, lookingAtTool, "got the domain name tool.example.test\n",
-                 "got the machine name toolmac\n"},
-                {lookingAtKerberos, "indented"}},
-        Machine{
-            "ABindingWithoutTheKeysNamesNothing",
-            {{bindings + "a.plist", plist("")}},
-            {},
-            {},
-            {},
-            {"got the domain name - (null)\n", "got the machine name - (null)\n", lookingAtTool},
-            {"Exception"}},
-        Machine{"AnEmptyAccountIsAFailure",
-                {{bindings + "a.plist", binding("", "corp.example.test")}},
-                {},
-                {},
-                "corp.example.test",
-                {"Exception : "}},
-        Machine{"AnAccountOfTheWrongKindIsAFailure",
-                {{bindings + "a.plist", plist("<key>trustaccount</key><integer>1</integer>")},
-                 {tool, toolReport}},
-                "toolmac",
-                "tool.example.test",
-                "tool.example.test",
-                {"Exception : "},
-                {"got the machine name -"}},
+                {"toolmac", "tool.example.test", "tool.example.test"}},
         Machine{"OptionsOfTheWrongKindAreAFailure",
                 {{bindings + "a.plist",
                   plist(text("trustaccount", "mac1$") +
                         dictionary("module options", text("ActiveDirectory", "x")))}},
-                "mac1",
-                {},
-                {},
-                {"Exception : "}},
+                {"mac1", {}, {}},
+                true},
         Machine{"BinaryJunkIsAFailure",
                 {{bindings + "a.plist", std::string("bplist00\xff\0\xfe\x01", 12)},
                  {bindings + "b.plist", ""},
                  {tool, toolReport}},
-                "toolmac",
-                "tool.example.test",
-                "tool.example.test",
-                {"Exception : "}},
+                {"toolmac", "tool.example.test", "tool.example.test"},
+                true},
         Machine{"KerberosNamesTheRealmAndTheComputerItself",
                 {{kerberos,
                   "[libdefaults]\n  default_realm = FIRST.TEST\n"
                   "default_realm = CORP.EXAMPLE.TEST\n[realms]"},
                  {"etc/krb5.conf", "default_realm = OTHER.TEST\n"},
                  {"etc/machine-info", "CHASSIS=desktop\nPRETTY_HOSTNAME=\"Ada\\\"s Mac\"\n"}},
-                "Ada\"s Mac",
-                "CORP.EXAMPLE.TEST",
-                "CORP.EXAMPLE.TEST",
-                {lookingAtKerberos, "got the domain name FIRST.TEST\n",
-                 "got the domain name CORP.EXAMPLE.TEST\n", "got the machine name Ada\"s Mac\n"},
-                {"Exception", lookingAtBindings}},
+                {"Ada\"s Mac", "CORP.EXAMPLE.TEST", "CORP.EXAMPLE.TEST"}},
         Machine{"ThisSystemsKerberosFileStandsIn",
                 {{"etc/krb5.conf", "[libdefaults]\n\tdefault_realm = OTHER.TEST\n"},
                  {"etc/machine-info", "PRETTY_HOSTNAME=\n"}},
-                hostName,
-                "OTHER.TEST",
-                "OTHER.TEST",
-                {lookingAtKerberos}},
+                {hostName, "OTHER.TEST", "OTHER.TEST"}},
         Machine{"ARealmWithoutBlanksEndsTheStep",
                 {{kerberos,
                   "default_realm = FIRST.TEST\ndefault_realm=CORP\n"
                   "default_realm = LAST.TEST\n"}},
-                {},
-                "FIRST.TEST",
-                "FIRST.TEST",
-                {"Exception : ", lookingAtTool},
-                {"LAST.TEST", "got the machine name"}},
+                {{}, "FIRST.TEST", "FIRST.TEST"},
+                true},
         Machine{"KerberosBeyond7BitsIsAFailure",
                 {{kerberos, "# Zürich\ndefault_realm = CORP.TEST\n"}},
                 {},
-                {},
-                {},
-                {"Exception : "},
-                {lookingAtKerberos}},
-        Machine{"NoSourceAtAll", {}, {}, {}, {}, {"Exception : ", lookingAtTool}},
+                true},
         Machine{"AToolThatPrintsJunk",
                 {{kerberos, "default_realm = CORP.TEST\n"},
                  {tool, std::string("Active Directory Domain = \xff\xfe\0\n", 30)}},
-                hostName,
-                "CORP.TEST",
-                "CORP.TEST"},
-        Machine{"AToolThatPrintsTooMuch",
-                {{tool, toolReport + std::string(2'000'000, 'x')}},
-                {},
-                {},
-                {},
-                {"Exception : "}},
+                {hostName, "CORP.TEST", "CORP.TEST"}},
         Machine{"ABlankAfterTheNameIsNoWord",
                 {{tool, "Active Directory Domain = corp.test \r\nComputer Account = mac2$\r\n"}},
-                "mac2",
-                "corp.test",
-                "corp.test"}),
+                {"mac2", "corp.test", "corp.test"},
+                true}),
     [](const auto& info) { return info.param.what; });
-
-TEST_F(DiscoveryTest, OfTwoBindingsTheLastOneListedWinsAlsoWithNothing) {
-    lay({{bindings + "a.plist", binding("mac1$", "one.test")},
-         {bindings + "b.plist", plist(text("trustaccount", "mac2$"))},
-         {bindings + "c.plist", plist("<key>trustaccount</key><true/>")}});
-    std::vector<std::string> listed;
-    for (const auto& entry : std::filesystem::directory_iterator(
-             sandbox.system() / bindings.substr(0, bindings.size() - 1)))
-        if (entry.path().stem() != "c")
-            listed.push_back(entry.path().stem());
-    const bool whole = listed.back() == "a";
-    const auto environment = discovered();
-    EXPECT_EQ(environment.machineName, whole ? "mac1" : "mac2");
-    EXPECT_EQ(environment.domainName, whole ? Name("one.test") : Name());
-    EXPECT_EQ(log.count("setEnvironmentalDetails : Exception : "), 1U);
-    EXPECT_EQ(getMachineDomainName(), whole ? Name("one.test") : Name());
-    EXPECT_EQ(log.count("CommonUtils::getMachineDomainName:: : got the machine domain name - "),
-              3U);
-}
-
-TEST_F(DiscoveryTest, ReturnsAtOnceWhenBothNamesAreSetAlsoWhenEmpty) {
-    lay({{tool, toolReport}});
-    const auto environment = discovered({.machineName = "", .domainName = "", .defUser = ""});
-    EXPECT_EQ(environment.machineName, "");
-    EXPECT_EQ(environment.domainName, "");
-    EXPECT_EQ(log.text(), "");
-    EXPECT_EQ(discovered({.machineName = "set", .domainName = {}, .defUser = ""}).machineName,
-              "toolmac");
-}
-
-TEST_F(DiscoveryTest, TheToolIsAskedEvenAfterAFailureAndItsFailureKeepsWhatWasFound) {
-    lay({{kerberos, "default_realm = CORP.TEST\n"}});
-    std::filesystem::permissions(sandbox.system() / tool, std::filesystem::perms::owner_read);
-    EXPECT_EQ(getMachineDomainName(), "CORP.TEST");
-    EXPECT_EQ(log.count("CommonUtils::getMachineDomainName::exception - "), 1U);
-    lay({{tool, toolReport}, {kerberos, "default_realm=X\n"}});
-    EXPECT_EQ(getMachineDomainName(), "tool.example.test");
-    EXPECT_EQ(log.count("CommonUtils::getMachineDomainName::exception - "), 2U);
-}
 
 TEST_F(DiscoveryTest, FindsTheLastUser) {
     const struct {
@@ -280,11 +172,7 @@ TEST_F(DiscoveryTest, FindsTheLastUser) {
              session(DEAD_PROCESS, "alan") + session(USER_PROCESS, "a\nb") +
              session(USER_PROCESS, "\xff") + session(USER_PROCESS, "") + "torn",
          "grace", 0},
-        {sessions, session(USER_PROCESS, std::string(UT_NAMESIZE, 'n')),
-         std::string(UT_NAMESIZE, 'n'), 0},
-        {sessions, session(USER_PROCESS, "early") + std::string(2048 * sizeof(utmp), '\0'), "", 0},
         {loginWindow, plist(text("lastUserName", "hedy")), "hedy", 0},
-        {loginWindow, plist(""), "", 0},
         {loginWindow, plist("<key>lastUserName</key><array/>"), "", 1},
         {loginWindow, "no plist", "", 1},
     };
@@ -295,9 +183,6 @@ TEST_F(DiscoveryTest, FindsTheLastUser) {
         EXPECT_EQ(discovered().defUser, row.user);
         // One more is due: without bindings and Kerberos their step fails.
         EXPECT_EQ(lines.count("Exception : "), row.exceptions + 1) << lines.text();
-        EXPECT_EQ(lines.has("got the default user name " + row.user + "\n"), !row.user.empty());
-        EXPECT_EQ(discovered({.machineName = {}, .domainName = {}, .defUser = "kept"}).defUser,
-                  "kept");
     }
 }
 

@@ -1,11 +1,8 @@
-#include "Handle.h"
 #include "HttpClient.h"
 #include "TestServer.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 namespace quorl::test {
 namespace {
@@ -28,13 +25,6 @@ class HttpClientTest : public testing::Test {
     }
 };
 
-constexpr auto checking = "HttpClient: It's bad server cert, checking trust in keychain...";
-constexpr auto trusted = "HttpClient: It's a trusted certificate in keychain\n";
-constexpr auto blocked =
-    "HttpClient: It's not a trusted certificate in keychain, going to block as per the preference";
-constexpr auto allowing =
-    "HttpClient: It's bad server cert, however allowing it as per the preference";
-
 TEST_F(HttpClientTest, OnlyTrustedCertificatesPassUnlessAnyIsAllowed) {
     struct Case {
         const char* certificate;
@@ -55,14 +45,9 @@ TEST_F(HttpClientTest, OnlyTrustedCertificatesPassUnlessAnyIsAllowed) {
         const LogCapture restricted;
         EXPECT_EQ(get(url), c.isTrusted ? success : Value({{"ERROR_MSG", "BAD_CERT"}}));
         EXPECT_EQ(server.requests().size(), c.isTrusted ? 1u : 0u);
-        EXPECT_EQ(restricted.count(checking), 1u);
-        EXPECT_EQ(restricted.count(trusted), c.isTrusted ? 1u : 0u);
-        EXPECT_EQ(restricted.count(blocked), c.isTrusted ? 0u : 1u);
-
-        const LogCapture open;
+        EXPECT_EQ(restricted.count("not a trusted certificate in keychain, going to block"),
+                  c.isTrusted ? 0u : 1u);
         EXPECT_EQ(get(url, CertificatePolicy::allowAny), success);
-        EXPECT_EQ(open.count(allowing), 1u);
-        EXPECT_FALSE(open.has(checking));
     }
 }
 
@@ -98,65 +83,26 @@ TEST_F(HttpClientTest, TheBodyDecidesTheResultAndTheStatusNothing) {
     };
     for (const Case& c : cases)
         EXPECT_EQ(post(server.url(c.path), c.body), c.result) << c.path << " " << c.body;
-
-    const LogCapture log;
-    get(server.url("/nope"));
-    EXPECT_TRUE(
-        log.has("HttpClient : makeSyncRequest called with type GET and restrictBadCert - 1\n"));
-    EXPECT_TRUE(log.has("HttpClient: waiting for server response...\n"));
-    EXPECT_TRUE(log.has("HttpClient: response status code -  404\n"));
 }
 
 TEST_F(HttpClientTest, ABrokenExchangeIsAnErrorInTheTransportsWords) {
     const TestServer server;
-    for (const auto& [path, code] : {std::pair("/fault/cut-body", 18),
-                                     {"/fault/no-reply", 52},
-                                     {"/fault/huge-body", 63},
-                                     {"/fault/endless-trailers", 63}}) {
+    for (const auto& [url, code] : {std::pair(server.url("/fault/cut-body"), 18),
+                                    {server.url("/fault/no-reply"), 52},
+                                    {server.url("/fault/huge-body"), 63},
+                                    {server.url("/fault/endless-trailers"), 63},
+                                    {"https://127.0.0.1:1/", 7},
+                                    {"https://no-such-host.invalid/", 6},
+                                    {"http://127.0.0.1:1/", 1},
+                                    {"https://:8443", 3}}) {
         const LogCapture log;
-        const Value result = get(server.url(path));
+        const Value result = get(url);
         const std::string message = result.value("ERROR_MSG", "");
-        EXPECT_FALSE(message.empty() || message == "BAD_CERT") << path << result;
+        EXPECT_FALSE(message.empty() || message == "BAD_CERT") << url << result;
         EXPECT_TRUE(log.has("HttpClient: error -  " + message + "\n")) << log.text();
         EXPECT_TRUE(log.has(fmt::format("HttpClient: errorCode -  {}\n", code))) << log.text();
         EXPECT_TRUE(log.has("HttpClient: failure reason -  ")) << log.text();
     }
-}
-
-TEST_F(HttpClientTest, AServerThatIsNotThereIsAnError) {
-    // A port that is bound but not listened on refuses.
-    const FileDescriptor bound(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ASSERT_EQ(bind(bound.get(), reinterpret_cast<sockaddr*>(&address), length), 0);
-    getsockname(bound.get(), reinterpret_cast<sockaddr*>(&address), &length);
-
-    const LogCapture log;
-    const std::string port = std::to_string(ntohs(address.sin_port));
-    const std::pair<std::string, int> cases[] = {{"https://127.0.0.1:" + port + "/", 7},
-                                                 {"https://no-such-host.invalid/", 6},
-                                                 {"http://127.0.0.1:" + port + "/", 1},
-                                                 {"https://:8443", 3}};
-    for (const auto& [url, code] : cases) {
-        EXPECT_TRUE(member(get(url), "ERROR_MSG")) << url;
-        EXPECT_EQ(log.count(fmt::format("HttpClient: errorCode -  {}\n", code)), 1u) << log.text();
-    }
-    EXPECT_EQ(log.count("HttpClient: response status code -  0\n"), std::size(cases));
-}
-
-TEST_F(HttpClientTest, ARequestWithoutTypeOrUrlIsInvalid) {
-    const LogCapture log;
-    const Value invalid = {{"ERROR_MSG", "INVALID_REQUEST"}};
-    EXPECT_EQ(HttpClient(CertificatePolicy::restrict)
-                  .makeSyncRequest(std::nullopt, "https://localhost/", "", "", {}),
-              invalid);
-    EXPECT_EQ(
-        HttpClient(CertificatePolicy::restrict).makeSyncRequest("GET", std::nullopt, "", "", {}),
-        invalid);
-    EXPECT_EQ(log.count("HttpClient : invalid request called\n"), 2u);
-    EXPECT_TRUE(log.has("called with type (null) and restrictBadCert - 1\n"));
 }
 
 TEST_F(HttpClientTest, EachMethodCarriesWhatIsItsOwn) {

@@ -95,17 +95,6 @@ TEST_F(LoggerTest, KeepsTheLargeFileWhenTheNameOfThisSecondIsTaken) {
     EXPECT_GE(fs::file_size(path_), 10'000'002U);
 }
 
-TEST_F(LoggerTest, OpensOnceButChecksTheSizeEachTime) {
-    initLog(path_);
-    std::FILE* stream = pamLogFileP;
-    ASSERT_NE(stream, nullptr);
-    fs::resize_file(path_, 10'000'001);
-    initLog(path_);
-    EXPECT_EQ(pamLogFileP, stream);
-    EXPECT_EQ(rotated().size(), 1U);
-    EXPECT_FALSE(fs::exists(path_)) << "the stream goes on in the rotated file";
-}
-
 TEST_F(LoggerTest, LosesLinesWhileClosedAndNeverGivesItsDescriptorAway) {
     initLog(path_);
     EXPECT_EQ(destroyLog(), 0);

