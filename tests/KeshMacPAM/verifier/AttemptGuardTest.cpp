@@ -1,10 +1,8 @@
 #include "AttemptGuard.h"
 #include "TestClock.h"
 #include "TestSandbox.h"
-#include "WaitingLock.h"
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 namespace quorl::test {
 namespace {
@@ -119,32 +117,6 @@ TEST_F(AttemptGuardTest, IsLockedForAMinuteByWhateverItDidNotWrite) {
     EXPECT_FALSE(guard_.see());
     chmod(folder_.c_str(), 0777);
     EXPECT_FALSE(guard_.see()) << "anybody's folder";
-}
-
-TEST_F(AttemptGuardTest, WaitsForALockOnlySoLong) {
-    guard_.see();
-    const std::string path = folder_ + "/window";
-    const auto held = WaitingLock::take(path, 0ms);
-    ASSERT_TRUE(held);
-    EXPECT_FALSE(WaitingLock::take(path, 50ms));
-    int asked = 0;
-    EXPECT_FALSE(WaitingLock::take(path, 1h, [&] { return ++asked < 3; }));
-    // Freed when its holder is killed.
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const auto own = WaitingLock::take(path + "2", 0ms);
-        if (write(ready[1], "x", 1) != 1)
-            _exit(1);
-        pause();
-    }
-    char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    EXPECT_FALSE(WaitingLock::take(path + "2", 0ms));
-    kill(child, SIGKILL);
-    EXPECT_TRUE(WaitingLock::take(path + "2", 1s));
-    waitpid(child, nullptr, 0);
 }
 
 }  // namespace

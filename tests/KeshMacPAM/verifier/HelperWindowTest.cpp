@@ -52,39 +52,28 @@ TEST_F(HelperWindowTest, AsksForASignedPageAndTrustsAProvenSuccessAlone) {
     configureFor(server);
     const struct {
         const char* what;
-        std::function<Value(const Value&)> answer;
+        const char* result;
+        std::optional<std::string> key;  ///< "signed": as the server signs it
         verifier::KeyRule rule;
         Verdict verdict;
     } rows[] = {
-        {"no key", [](const Value&) { return success(); }, verifier::KeyRule::Present,
-         Verdict::Denied},
-        {"any key",
-         [](const Value&) -> Value {
-             return {{"MFA_AUTH_RESULT", "SUCCESS"}, {"KEY", ""}};
-         },
-         verifier::KeyRule::Present, Verdict::Granted},
-        {"unsigned key",
-         [](const Value&) -> Value {
-             return {{"MFA_AUTH_RESULT", "SUCCESS"}, {"KEY", std::string(64, '0')}};
-         },
-         verifier::KeyRule::Signed, Verdict::Denied},
-        {"failure",
-         [](const Value& request) -> Value {
-             return {{"MFA_AUTH_RESULT", "FAILURE"}, {"KEY", keyFor(request)}};
-         },
-         verifier::KeyRule::Signed, Verdict::Denied},
-        {"signed",
-         [](const Value& request) -> Value {
-             return {{"MFA_AUTH_RESULT", "SUCCESS"},
-                     {"KEY", keyFor(request)},
-                     {"OFFLINE_ENROLLMENT_DATA_ACCESS_TOKEN", "tok"}};
-         },
-         verifier::KeyRule::Signed, Verdict::Granted},
+        {"no key", "SUCCESS", {}, verifier::KeyRule::Present, Verdict::Denied},
+        {"any key", "SUCCESS", "", verifier::KeyRule::Present, Verdict::Granted},
+        {"unsigned", "SUCCESS", std::string(64, '0'), verifier::KeyRule::Signed, Verdict::Denied},
+        {"failure", "FAILURE", "signed", verifier::KeyRule::Signed, Verdict::Denied},
+        {"signed", "SUCCESS", "signed", verifier::KeyRule::Signed, Verdict::Granted},
     };
     enroll(record(1, 10, 7));
     for (const auto& row : rows) {
         FakeAgent agent(runtimeDir(), [&](const Value& request) -> std::optional<Value> {
-            return request.contains("MFA_REQUEST_URL") ? row.answer(request) : failure();
+            if (!request.contains("MFA_REQUEST_URL"))
+                return failure();
+            Value answer = {{"MFA_AUTH_RESULT", row.result}};
+            if (row.key)
+                answer["KEY"] = row.key == "signed" ? keyFor(request) : *row.key;
+            if (row.key == "signed")
+                answer["OFFLINE_ENROLLMENT_DATA_ACCESS_TOKEN"] = "tok";
+            return answer;
         });
         verifier::Start start = lightdm();
         start.key = row.rule;
