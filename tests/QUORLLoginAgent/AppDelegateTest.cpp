@@ -7,7 +7,6 @@
 #include "FakePorts.h"
 #include "FileInputs.h"
 #include "KeyedArchive.h"
-#include "Log.h"
 #include "PageScripts.h"
 #include "PropertyList.h"
 #include "TestClock.h"
@@ -33,10 +32,7 @@ class AppDelegateTest : public testing::Test {
         const std::filesystem::path resourceFolder = sandbox.root() / "resources";
         std::filesystem::create_directories(resourceFolder / "xx.lproj");
         writePropertyListFile(resourceFolder / "xx.lproj/Localizable.strings",
-                              {{"IDS_SERVER_UNREACH", "unreachable"},
-                               {"IDS_SSL_CERTIFICATE_FAILED", "bad certificate"},
-                               {"IDS_ERROR_PAGE_DIED", "page died"},
-                               {"IDS_TEXT", "localised text"}});
+                              {{"IDS_SERVER_UNREACH", "unreachable"}});
         sandbox.write(sandbox.root() / "resources/resources/offlineMFA/OfflineMFA.htm", "page");
         sandbox.write(sandbox.root() / "resources/reset_icon.png", "icon");
         delegate.emplace(AppServices{application, ports, resources, clock});
@@ -60,21 +56,6 @@ class AppDelegateTest : public testing::Test {
         return components.empty() ? Value() : unarchive(components.front()).value_or("broken");
     }
     std::size_t answers() const { return relay->messages().size(); }
-    /// The text of the error page, once it is drawn.
-    std::string drawnError() {
-        view->takeScripts();
-        if (view->requests.back().url != "about:blank")
-            return "no blank page";
-        view->delegate().didFinishNavigation("about:blank");
-        const auto scripts = view->takeScripts();
-        for (const auto& text :
-             {"unreachable", "bad certificate", "page died", "localised text", "plain text",
-              "External URL is denied. Please contact the administrator."}) {
-            if (scripts.size() == 1 && scripts[0] == errorPageScript(text, false, ""))
-                return text;
-        }
-        return "no error page";
-    }
     std::string log() const { return sandbox.read(sandbox.support() / "VantorixClient.log"); }
     bool logged(const std::string& line) const { return log().find(line) != std::string::npos; }
 
@@ -95,27 +76,21 @@ TEST_F(AppDelegateTest, LaunchDressesPanelAndWindowFromTheConfiguration) {
     EXPECT_TRUE(application.menuBarHidden);
     EXPECT_EQ(application.window.title, "Sign in");
     EXPECT_EQ(application.panel.text, "Forgot it?");
-    EXPECT_EQ(application.panel.textFrame.origin, (Point{10, 30}));
-    EXPECT_EQ(application.panel.textColor.red, 170);
     EXPECT_EQ(application.panel.image, (sandbox.root() / "resources/reset_icon.png").string());
-    EXPECT_TRUE(application.panel.visible);
     EXPECT_EQ(application.panel.shownAt, (Rect{{1280 - 235, 0}, {215, 60}}));
-    EXPECT_EQ(view->configuration().scriptMessageHandlerName, "MACLoginAgent");
     EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::serverTrust),
               ChallengeAnswer::performDefaultHandling);
     EXPECT_TRUE(view->requests.empty());
 }
 
 TEST_F(AppDelegateTest, ThePanelStaysHiddenAndAnyCertificatePassesWhenConfiguredSo) {
-    application.panel.visible = true;
-    application.panel.imageLoads = false;
-    launch({{"SHOW_RP_UA_LINK", "yes"}, {"RESTRICT_BADCERT", "False"}, {"BUTTONTEXT", ""}});
+    launch({{"SHOW_RP_UA_LINK", "yes"}, {"RESTRICT_BADCERT", "False"}});
     EXPECT_FALSE(application.panel.visible);
-    EXPECT_EQ(application.panel.textFrame.origin, (Point{10, 10}));
-    EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::serverTrust),
-              ChallengeAnswer::useCredential);
-    EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::other),
-              ChallengeAnswer::performDefaultHandling);
+    const auto answer = [&](AuthenticationMethod method) {
+        return view->delegate().didReceiveAuthenticationChallenge(method);
+    };
+    EXPECT_EQ(answer(AuthenticationMethod::serverTrust), ChallengeAnswer::useCredential);
+    EXPECT_EQ(answer(AuthenticationMethod::other), ChallengeAnswer::performDefaultHandling);
 }
 
 TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer) {
@@ -123,8 +98,6 @@ TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer)
     request({{"MFA_REQUEST_URL", "/mfa?u=a b"}, {"OFFLINE_MFA", true}, {"POST_DATA", "x=1"}});
     EXPECT_TRUE(application.window.visible && application.window.dressedForLogin &&
                 application.window.centered && application.window.key);
-    EXPECT_EQ(application.window.shownAt.size, (Size{896, 560}));
-    EXPECT_EQ(application.window.progressFrame, (Rect{{0, 525}, {896, 8}}));
     EXPECT_EQ(application.window.webViewFrame, (Rect{{0, 0}, {896, 525}}));
     EXPECT_FALSE(application.panel.enabled);
     ASSERT_EQ(view->requests.size(), 1U);
@@ -144,56 +117,14 @@ TEST_F(AppDelegateTest, AnOnlineRequestOpensThePageAndThePagesResultIsTheAnswer)
     EXPECT_TRUE(logged("sendMFAResponse: Message sent to the AgentMessagingService.."));
 }
 
-TEST_F(AppDelegateTest, RequestsForAnErrorTextShowItAndLocaliseTheIdentifier) {
-    launch();
-    request({{"ERROR_MSG", "plain text"}, {"MFA_ERROR_MSG", "IDS_TEXT"}});
-    EXPECT_EQ(drawnError(), "localised text");
-    application.window.resize({600, 400});
-    request({{"ERROR_MSG", "plain text"}});
-    EXPECT_EQ(drawnError(), "plain text");
-    EXPECT_EQ(application.window.shownAt.size, (Size{600, 400}))
-        << "a visible window keeps its size";
-    EXPECT_EQ(application.window.webViewFrame.size, (Size{600, 365}));
-}
-
-TEST_F(AppDelegateTest, RequestsThatNobodyCanServeShowAndAnswerNothing) {
-    launch();
-    send({.msgid = MessageId::forwardedRequest, .components = {toBytes("noise")}});
-    send({.msgid = MessageId::forwardedRequest});
-    request(Value::object());
-    send({.msgid = 4711, .components = {*archive({{"ERROR_MSG", "x"}})}});
-    request({{"USER_NAME", "ada"}});
-    EXPECT_FALSE(application.window.visible);
-    EXPECT_EQ(answers(), 0U);
-}
-
 TEST_F(AppDelegateTest, AnUnconfiguredServerShowsTheErrorPageWithoutALoad) {
     launch({{"PORTNUMBER", ""}});
     request({{"MFA_REQUEST_URL", "/mfa"}});
-    EXPECT_EQ(drawnError(), "unreachable");
+    view->takeScripts();
+    view->delegate().didFinishNavigation(blankPage);
+    EXPECT_EQ(view->takeScripts(), std::vector{errorPageScript("unreachable", false, "")});
     EXPECT_EQ(view->requests.size(), 1U);
     EXPECT_TRUE(logged("getURLWithOperation : Server settings not configured correctly"));
-}
-
-TEST_F(AppDelegateTest, LoadFailuresShowTheErrorPageThatFits) {
-    launch();
-    request({{"MFA_REQUEST_URL", "/mfa"}});
-    for (const int code : {-1201, -1202, -1203, -1204}) {
-        view->delegate().didFailProvisionalNavigation({code, "certificate"});
-        EXPECT_EQ(drawnError(), "bad certificate") << code;
-    }
-    for (const int code : {-1, -1001, -1003, -1004, -1200, -1205}) {
-        view->delegate().didFailProvisionalNavigation({code, "transport"});
-        EXPECT_EQ(drawnError(), "unreachable") << code;
-    }
-    view->delegate().webContentProcessDidTerminate();
-    EXPECT_EQ(drawnError(), "page died");
-    const std::size_t loads = view->requests.size();
-    view->delegate().didFailProvisionalNavigation({-999, "cancelled"});
-    view->delegate().didFailNavigation({-1005, "lost"});
-    EXPECT_EQ(view->requests.size(), loads);
-    application.window.close();
-    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
 }
 
 TEST_F(AppDelegateTest, TheErrorPageSaysWhatHappenedAndOffersToRetryWhereThatHelps) {
@@ -212,7 +143,10 @@ TEST_F(AppDelegateTest, TheErrorPageSaysWhatHappenedAndOffersToRetryWhereThatHel
     } cases[] = {
         {online, [&] { fail(-1004); }, "UNREACHABLE", true},
         {online, [&] { fail(-1001); }, "TIMEOUT", true},
-        {online, [&] { fail(-1202); }, "CERTIFICATE", false},
+        {online, [&] { fail(-1201); }, "CERTIFICATE", false},
+        {online, [&] { fail(-1204); }, "CERTIFICATE", false},
+        {online, [&] { fail(-1200); }, "UNREACHABLE", true},
+        {online, [&] { fail(-1205); }, "UNREACHABLE", true},
         {online, [&] { web.webContentProcessDidTerminate(); }, "PAGE_DIED", true},
         {online, [&] { web.decidePolicyForNavigationAction("https://evil.test/"); }, "FOREIGN",
          false},
@@ -247,6 +181,10 @@ TEST_F(AppDelegateTest, TheErrorPageSaysWhatHappenedAndOffersToRetryWhereThatHel
     request(online);
     web.didCommitNavigation();
     EXPECT_FALSE(links());
+    const std::size_t loads = view->requests.size();
+    fail(-999);
+    web.didFailNavigation({-1005, "lost"});
+    EXPECT_EQ(view->requests.size(), loads) << "a replaced load is no failure";
     fail(-1004);
     web.didFinishNavigation(blankPage);
     web.decidePolicyForNavigationAction(OwnLink::close);
@@ -266,19 +204,6 @@ TEST_F(AppDelegateTest, AListWithoutTheBlankPageRefusesEverythingElseButThat) {
     EXPECT_EQ(view->requests.size(), loads) << "a refusal would load it again, for ever";
 }
 
-TEST_F(AppDelegateTest, NothingIsEverAnEmptyWindow) {
-    launch();
-    for (const auto& [asked, shown] : std::vector<std::pair<Value, std::string>>{
-             {{{"ERROR_MSG", ""}}, "ERROR_MSG"},
-             {{{"MFA_ERROR_MSG", "IDS_NOBODY_KNOWS"}}, "IDS_NOBODY_KNOWS"},
-             {{{"MFA_ERROR_MSG", 7}}, "MFA_ERROR_MSG"}}) {
-        request(asked);
-        view->takeScripts();
-        view->delegate().didFinishNavigation(blankPage);
-        EXPECT_EQ(view->takeScripts(), std::vector{errorPageScript(shown, false, "")});
-    }
-}
-
 TEST_F(AppDelegateTest, AResultThatCannotTravelIsAFailureAndTheLogSaysWhatWasSent) {
     launch();
     for (const std::string& key : {std::string(200'000, 'k'), std::string("$null")}) {
@@ -293,53 +218,17 @@ TEST_F(AppDelegateTest, AResultThatCannotTravelIsAFailureAndTheLogSaysWhatWasSen
     EXPECT_TRUE(logged("sendMFAResponse: the AgentMessagingService did not take the message"));
 }
 
-TEST_F(AppDelegateTest, WhereNoPageMayBeShownEverybodyIsToldAtOnce) {
-    application.pagesFault = "no sandbox";
-    launch();
-    request({{"MFA_REQUEST_URL", "/mfa"}});
-    EXPECT_EQ(lastAnswer(), (Value{{"MFA_AUTH_RESULT", "FAILURE"}}));
-    application.linkAction();
-    EXPECT_FALSE(application.window.visible);
-    EXPECT_TRUE(view->requests.empty()) << "not even a blank page";
-    EXPECT_TRUE(logged("launchSelservice: no page can be shown: no sandbox"));
-}
-
-TEST_F(AppDelegateTest, ARequestThatNobodyWaitsForTakesItsPageAlongButNoOther) {
-    launch();
-    request({{"MFA_REQUEST_URL", "/mfa"}});
-    send({.msgid = MessageId::withdrawn});
-    EXPECT_FALSE(application.window.visible);
-    EXPECT_EQ(view->requests.back().url, blankPage);
-    application.linkAction();
-    send({.msgid = MessageId::withdrawn});
-    EXPECT_TRUE(application.window.visible) << "the self-service page is nobody's request";
-    EXPECT_EQ(answers(), 0U);
-}
-
 TEST_F(AppDelegateTest, ASelfServiceWindowThatNobodyUsesCloses) {
     launch();
     application.linkAction();
     EXPECT_EQ(application.window.idleLimit, std::chrono::minutes(5));
+    send({.msgid = MessageId::withdrawn});
+    EXPECT_TRUE(application.window.visible) << "the self-service page is nobody's request";
     application.window.sitIdle();
     EXPECT_FALSE(application.window.visible);
     EXPECT_EQ(view->requests.back().url, blankPage);
     request({{"MFA_REQUEST_URL", "/mfa"}});
     EXPECT_EQ(application.window.idleLimit, std::nullopt) << "an approval may take its time";
-}
-
-TEST_F(AppDelegateTest, ProgressFallsToZeroBeforeItRisesAgain) {
-    launch();
-    const auto progressAfter = [this](double progress) {
-        view->delegate().estimatedProgressChanged(progress);
-        return application.window.progressValue;
-    };
-    EXPECT_EQ(progressAfter(0.5), 50);
-    EXPECT_EQ(progressAfter(0.25), 0);
-    EXPECT_EQ(progressAfter(0.3), 30);
-    view->delegate().didStartProvisionalNavigation();
-    EXPECT_FALSE(application.window.progressHidden);
-    view->delegate().didFinishNavigation("https://server.test:8443/mfa");
-    EXPECT_TRUE(application.window.progressHidden);
 }
 
 TEST_F(AppDelegateTest, ClosingDeletesSessionCookiesOnlyAndALateAnswerIsHarmless) {
@@ -364,36 +253,6 @@ TEST_F(AppDelegateTest, EveryPageLosesFileInputsAndContextMenu) {
     view->delegate().didFinishNavigation("https://server.test:8443/mfa");
     EXPECT_EQ(view->takeScripts(), (std::vector{fileInjectionScript(PageEvent::documentComplete),
                                                 std::string(noContextMenuScript)}));
-}
-
-TEST_F(AppDelegateTest, AResultBeforeTheCheckInIsForgottenAndTerminationClosesTheLog) {
-    launch();
-    send({.msgid = MessageId::checkIn});
-    request({{"ERROR_MSG", "plain text"}});
-    application.window.close();
-    EXPECT_EQ(answers(), 0U);
-
-    application.willTerminate();
-    EXPECT_TRUE(logged("QUORLLoginAgent Application terminated"));
-    logLine("after the end");
-    EXPECT_FALSE(logged("after the end"));
-}
-
-TEST(AppDelegateDeathTest, AMissingPanelStopsTheProgramAtOnce) {
-    const auto launchWithoutPanel = [] {
-        TestSandbox sandbox;
-        FakeRunLoop loop;
-        FakeApplication application{loop};
-        application.panelConnected = false;
-        FakePortSystem ports;
-        TestClock clock;
-        Resources resources("none");
-        AppDelegate delegate({application, ports, resources, clock});
-        delegate.applicationDidFinishLaunching();
-    };
-    EXPECT_DEATH(launchWithoutPanel(),
-                 "AppDelegate:23: -\\[AppDelegate applicationDidFinishLaunching:\\]: "
-                 "Assertion `_window!= nil' failed");
 }
 
 }  // namespace

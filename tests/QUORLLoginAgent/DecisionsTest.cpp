@@ -1,54 +1,11 @@
-// What the delegate asks its pure neighbours: arguments, flows, page requests, navigation.
+// Where a page may lead, who speaks on it, and what each may say.
 #include "AnswerPolicy.h"
-#include "ArgumentDefaults.h"
-#include "MFARequest.h"
 #include "NavigationPolicy.h"
-#include "PortalURL.h"
 
 #include <gtest/gtest.h>
 
 namespace quorl {
 namespace {
-
-TEST(ArgumentDefaults, PairsAreReadAsUserDefaultsReadThem) {
-    const char* words[] = {"agent",   "stray",   "-action", "updateAgentStatus", "-status", "-odd",
-                           "-status", "install", "-last"};
-    const ArgumentDefaults defaults(std::size(words), words);
-    EXPECT_EQ(defaults.stringForKey("action"), "updateAgentStatus");
-    EXPECT_EQ(defaults.stringForKey("status"), "install");
-    EXPECT_EQ(defaults.stringForKey("last"), std::nullopt);
-    EXPECT_EQ(defaults.stringForKey("odd"), std::nullopt);
-}
-
-TEST(Flow, TheOnlinePageWinsOverOfflineAndTheIdentifierOverTheText) {
-    const std::string online = "MFA_REQUEST_URL", offline = "OFFLINE_MFA",
-                      identifier = "MFA_ERROR_MSG", text = "ERROR_MSG";
-    EXPECT_EQ(chooseFlow({{online, "/x"}, {offline, true}, {text, "t"}}), PortalOperation::mfa);
-    EXPECT_EQ(chooseFlow({{offline, false}, {identifier, "i"}}), PortalOperation::offlineMFA);
-    EXPECT_EQ(chooseFlow({{identifier, "i"}, {text, "t"}}), PortalOperation::mfaErrorMessage);
-    EXPECT_EQ(chooseFlow({{text, "t"}}), PortalOperation::errorMessage);
-    EXPECT_EQ(chooseFlow({{"USER_NAME", "ada"}}), std::nullopt);
-    EXPECT_EQ(chooseFlow(Value()), std::nullopt);
-}
-
-TEST(PageRequestOf, OnlyTextsBecomeHeadersAndOnlyANonEmptyTextABody) {
-    const PageRequest posted = makePageRequest(
-        "https://h", {{"POST_DATA", "a=ü"},
-                      {"REQUEST_HEADERS", {{"X-One", "1"}, {"X-Two", 2}, {"X-Three", "3"}}}});
-    EXPECT_EQ(posted.method, "POST");
-    EXPECT_EQ(posted.body, "a=ü");
-    ASSERT_EQ(posted.headers.size(), 2U);
-    EXPECT_EQ(posted.headers[0].first + posted.headers[1].first, "X-OneX-Three");
-    EXPECT_EQ(posted.timeout, std::chrono::seconds(30));
-
-    for (const Value& request : {Value(), Value{{"POST_DATA", ""}}, Value{{"POST_DATA", 7}},
-                                 Value{{"REQUEST_HEADERS", "X: y"}}}) {
-        const PageRequest plain = makePageRequest("https://h", request);
-        EXPECT_EQ(plain.method, "GET");
-        EXPECT_FALSE(plain.body);
-        EXPECT_TRUE(plain.headers.empty());
-    }
-}
 
 TEST(Navigation, TheWholeURLIsTestedAgainstTheList) {
     const Value config = {
@@ -57,20 +14,16 @@ TEST(Navigation, TheWholeURLIsTestedAgainstTheList) {
     const auto allowed = [&config](std::string_view url) {
         return decideNavigation(url, config) == NavigationDecision::allow;
     };
-    EXPECT_TRUE(allowed("https://selfservice.example.test:8443/x"));
-    EXPECT_TRUE(allowed("https://evil.test/?q=SELFSERVICE.example.TEST"));
-    EXPECT_TRUE(allowed("https://IDP.example/"));
-    EXPECT_TRUE(allowed("https://xn--fr-xka.test/"));
-    EXPECT_TRUE(allowed("about:blank"));
-    EXPECT_TRUE(allowed("JavaScript:void(0)"));
-    EXPECT_TRUE(allowed("FILE:///etc/passwd"));
-    EXPECT_FALSE(allowed("http://selfservice.example.test/")) << "anybody on the way could answer";
-    EXPECT_FALSE(allowed("http://evil.test/?about:blank"));
-    EXPECT_FALSE(allowed("data:text/html,javascript"));
-    EXPECT_FALSE(allowed("https://evil.test/"));
-    EXPECT_FALSE(allowed("about:srcdoc"));
-    EXPECT_FALSE(allowed("data:text/html,file:"));
-    EXPECT_FALSE(allowed(""));
+    for (const char* url :
+         {"https://selfservice.example.test:8443/x",
+          "https://evil.test/?q=SELFSERVICE.example.TEST", "https://IDP.example/",
+          "https://xn--fr-xka.test/", "about:blank", "JavaScript:void(0)", "FILE:///etc/passwd"})
+        EXPECT_TRUE(allowed(url)) << url;
+    // Without encryption anybody on the way could answer.
+    for (const char* url : {"http://selfservice.example.test/", "http://evil.test/?about:blank",
+                            "data:text/html,javascript", "https://evil.test/", "about:srcdoc",
+                            "data:text/html,file:", ""})
+        EXPECT_FALSE(allowed(url)) << url;
     EXPECT_EQ(
         decideNavigation("https://xn--bcher-kva.test:8443/", {{"SERVERNAME", "B\u00dccher.test"}}),
         NavigationDecision::allow);
@@ -128,13 +81,6 @@ TEST(Speaker, ButtonsAreTheOfflinePagesAndOnlyWhileItsFlowRuns) {
     EXPECT_EQ(listens(Speaker::offlinePage, true), "oc-r");
     EXPECT_EQ(listens(Speaker::offlinePage, false), "----");
     EXPECT_EQ(listens(Speaker::stranger, true), "----");
-}
-
-TEST(PortalURL, IsEncodedAsAWholeAndNeedsServerAndPort) {
-    const Value config = {{"SERVERNAME", "h"}, {"PORTNUMBER", "8443"}, {"CONTEXT_PATH", "/sso"}};
-    EXPECT_EQ(portalURL(config, "/mfa?u=a%20b c"), "https://h:8443/sso/mfa?u=a%2520b%20c");
-    EXPECT_EQ(portalURL({{"SERVERNAME", "h"}, {"PORTNUMBER", ""}}, "/x"), std::nullopt);
-    EXPECT_EQ(portalURL({{"PORTNUMBER", "8443"}}, "/x"), std::nullopt);
 }
 
 }  // namespace

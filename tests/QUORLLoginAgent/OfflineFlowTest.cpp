@@ -128,16 +128,6 @@ TEST_F(OfflineFlowTest, TheChosenMethodIsAskedFor) {
     EXPECT_EQ(stage.answer(), success) << stage.log();
 }
 
-TEST_F(OfflineFlowTest, CancelEndsTheRequestAtOnceAndTheNextOneWorks) {
-    start(policy(1, Value::array(), {3}));
-    request();
-    stage.press("Escape");
-    EXPECT_EQ(stringValue(stage.answer(), "MFA_AUTH_RESULT"), "FAILURE") << stage.log();
-    request();
-    enterApp();
-    EXPECT_EQ(stage.answer(), success) << stage.log();
-}
-
 TEST_F(OfflineFlowTest, KeysGoRoundTheWindowAndComeBackToTheCode) {
     start(policy(1, Value::array(), {3}));
     // The field, two buttons, the strip's two, and the field again; %CODE% is typed.

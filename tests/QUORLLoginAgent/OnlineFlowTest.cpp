@@ -97,20 +97,6 @@ TEST_F(OnlineFlowTest, AnErrorTextNeverAnswersTheRequest) {
     EXPECT_EQ(stage.logged("a message of the blank page is dropped"), 0U) << "something ran";
 }
 
-TEST_F(OnlineFlowTest, AnUnreachableServerAndARefusedPageEndOnTheErrorPage) {
-    start();
-    requestPage("/redirect?to=https://elsewhere.example/");
-    ASSERT_TRUE(stage.waitForLog(
-        "showError going to show... External URL is denied. Please contact the administrator."))
-        << stage.log();
-    stage.stopServer();
-    requestPage("/mfa/verify");
-    ASSERT_TRUE(stage.waitForLog("didFailProvisionalLoadWithError"));
-    ASSERT_TRUE(stage.waitForLog("showError going to show...", 2)) << stage.log();
-    stage.clickClose();
-    EXPECT_EQ(stage.answer(), failure);
-}
-
 TEST_F(OnlineFlowTest, TheErrorPageWorksByKeysAndTriesAgainWhenAsked) {
     start();
     const std::string port = stage.port();

@@ -23,23 +23,6 @@ TEST(PageMessage, WhatIsNoJSONObjectIsAFailureWithoutKeys) {
     }
 }
 
-TEST(PageMessage, MethodsAreComparedExactly) {
-    const auto method = [](const char* name) { return pageMethod(Value{{"METHOD", name}}); };
-    EXPECT_EQ(method("onButtonOK"), PageMethod::buttonOK);
-    EXPECT_EQ(method("onButtonChoose"), PageMethod::buttonChoose);
-    EXPECT_EQ(method("getOfflineEnrollmentAPIAuthzHeader"), PageMethod::authorizationHeader);
-    EXPECT_EQ(method("onbuttonok"), PageMethod::result);
-    EXPECT_EQ(pageMethod(Value{{"METHOD", 1}}), PageMethod::result);
-}
-
-TEST(PageMessage, APasscodeIsTakenInItsTextForm) {
-    const auto code = [](const char* json) { return passcode(parsePageMessage(json)); };
-    EXPECT_EQ(code(R"({"PASSCODE":"012345"})"), "012345");
-    EXPECT_EQ(code(R"({"PASSCODE":12345})"), "12345");
-    EXPECT_EQ(code(R"({"PASSCODE":null})"), std::nullopt);
-    EXPECT_EQ(code("{}"), std::nullopt);
-}
-
 TEST(PageMessage, AResultKeepsWhatThePageSaysAndOnlySuccessVerifies) {
     const auto result = [](const char* json) { return pageResult(parsePageMessage(json)); };
     const PageResult success = result(

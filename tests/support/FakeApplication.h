@@ -13,7 +13,6 @@ class FakeApplication final : public Application {
 
     FakeLoginPanel panel;
     FakeBrowserWindow window;
-    bool panelConnected = true;
     bool menuBarHidden = false;
     std::optional<std::string> pagesFault;
     std::function<void()> linkAction;
@@ -22,7 +21,7 @@ class FakeApplication final : public Application {
     /// The web view that was made last; its maker owns it.
     FakeWebView* webView = nullptr;
 
-    LoginPanel* loginPanel() override { return panelConnected ? &panel : nullptr; }
+    LoginPanel* loginPanel() override { return &panel; }
     BrowserWindow* browserWindow() override { return &window; }
     void setLinkAction(std::function<void()> action) override { linkAction = std::move(action); }
     std::unique_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) override {

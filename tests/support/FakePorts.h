@@ -56,12 +56,9 @@ class FakePortSystem final : public PortSystem {
   public:
     /// The handler of the first port made: the application's.
     Port::Handler applicationHandler;
-    bool exhausted = false;
 
     std::unique_ptr<Port> makePort() override {
         const std::lock_guard lock(mutex_);
-        if (exhausted)
-            return nullptr;
         return std::make_unique<FakePort>(made_++ == 0 ? applicationHandler : otherHandler_);
     }
     std::unique_ptr<Port> servicePortWithName(const std::string&) override { return nullptr; }

@@ -119,12 +119,6 @@ class ServicePortTest : public testing::Test {
     std::thread thread_;
 };
 
-TEST_F(ServicePortTest, AnswersAnIndependentClient) {
-    start();
-    runInThread();
-    EXPECT_EQ(client({"request", "00ff0a"}), "8889 00ff0a\n");
-}
-
 TEST_F(ServicePortTest, WhatBreaksTheRulesCostsOneLogLineAndTheConnection) {
     start();
     runInThread();
@@ -258,23 +252,6 @@ TEST_F(ServicePortTest, RunningOutOfDescriptorsPausesAcceptingWithoutSpinning) {
 
     runInThread();
     EXPECT_TRUE(waitFor([&] { return received_ == 1; }));
-}
-
-TEST_F(ServicePortTest, AHandlerMayInvalidateThePort) {
-    start();
-    service_->setHandler([this](const PortMessage&) {
-        ++received_;
-        service_->invalidate();
-    });
-    Connection first(path_);
-    Connection second(path_);
-    first.say(1);
-    second.say(1);
-    loop_->runFor(milliseconds(50));
-    EXPECT_EQ(received_, 1);
-    EXPECT_TRUE(first.closes());
-    EXPECT_TRUE(second.closes());
-    EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
 }  // namespace

@@ -189,17 +189,5 @@ TEST_F(PageLoading, APageMayTakeLongerOverItsOwnLoadsButNotForEver) {
     EXPECT_TRUE(log.has("timed out, the page did not come within 7 s"));
 }
 
-TEST_F(PageLoading, ReplacedAndStoppedLoadsAreCancelledAndNothingElse) {
-    startServer();
-    load({.url = url("/page/echo")});
-    view->loadRequest({.url = url("/page/slow?seconds=20")});
-    ASSERT_TRUE(until([this] { return delegate.count("start") == 1; }));
-    delegate.take();
-    view->loadRequest({.url = "about:blank"});
-    ASSERT_TRUE(until([this] { return delegate.count("finish") == 1; }));
-    EXPECT_EQ(delegate.take(),
-              "failed before commit -999, policy about:blank, start, commit, finish about:blank");
-}
-
 }  // namespace
 }  // namespace quorl::test
