@@ -1,7 +1,5 @@
 // A request's archive read and written, beside a general property-list library that parses and
 // emits the same bytes without making a dictionary of them.
-#include "Groups.h"
-#include "Handle.h"
 #include "KeyedArchive.h"
 #include "SampleData.h"
 
@@ -12,8 +10,6 @@ namespace {
 
 using Plist = Handle<std::remove_pointer_t<plist_t>, plist_free>;
 using BinaryPlist = Handle<char, plist_to_bin_free>;
-
-constexpr Turns turns{.turns = 400, .runs = 100};
 
 Plist parse(const Bytes& bytes) {
     plist_t node = nullptr;
@@ -33,20 +29,14 @@ void emit(const Plist& plist) {
 
 }  // namespace
 
-void benchArchive(Figures& figures) {
-    const Value& request = sampleRequest();
-    const Bytes bytes = *archive(request);
+void benchArchive() {
+    constexpr Turns turns{.turns = 400, .runs = 100};
+    const Bytes bytes = *archive(sampleRequest);
     const Plist plist = parse(bytes);
     const auto decode = [&] { expect(unarchive(bytes).has_value(), "no archive is read"); };
-    const auto encode = [&] { expect(archive(request).has_value(), "no archive is written"); };
-    figures.add("agent.archive.decode",
-                compare(
-                    decode, [&] { parse(bytes); }, turns),
-                us);
-    figures.add("agent.archive.encode",
-                compare(
-                    encode, [&] { emit(plist); }, turns),
-                us);
+    const auto encode = [&] { expect(archive(sampleRequest).has_value(), "none is written"); };
+    print("agent.archive.decode", compare(turns, decode, [&] { parse(bytes); }), us);
+    print("agent.archive.encode", compare(turns, encode, [&] { emit(plist); }), us);
 }
 
 }  // namespace quorl::bench

@@ -10,6 +10,11 @@
 
 namespace quorl::bench {
 
+/// The groups, in the files named after them, launch and offline in the windows'; each ends by an
+/// exception when nothing can be said.
+void benchArchive(), benchHttps(), benchLaunch(), benchMessage(), benchOffline(), benchPam(),
+    benchStore(), benchTotp();
+
 /// What a figure is printed in, and how many of what was measured make one of it.
 struct Unit {
     const char* name;
@@ -20,8 +25,7 @@ inline constexpr Unit ns{"ns"}, us{"us", 1e3}, ms{"ms", 1e6}, s{"s", 1e9}, MiB{"
 /// The value below which that share of the samples lies; 0.5 is the median.
 inline double percentile(std::vector<double> samples, double share = 0.5) {
     std::sort(samples.begin(), samples.end());
-    const auto last = static_cast<double>(samples.size() - 1);
-    return samples[static_cast<std::size_t>(share * last)];
+    return samples[static_cast<std::size_t>(share * static_cast<double>(samples.size() - 1))];
 }
 
 /// What a work took, and what the least that any such work must do took in the same run.
@@ -29,29 +33,27 @@ struct Samples {
     std::vector<double> ours = {};
     std::vector<double> floor = {};
 };
+using Side = std::vector<double> Samples::*;
 
-/// Prints figures as they are measured: `figure<TAB>value<TAB>unit`.
-class Figures {
-  public:
-    void add(const std::string& figure, double value, Unit unit) {
-        std::printf("%s\t%.4g\t%s\n", figure.c_str(), value / unit.size, unit.name);
-        std::fflush(stdout);
-    }
-    /// A figure, its floor, and the ratio of the two.
-    void add(const std::string& figure, const Samples& samples, Unit unit, double share = 0.5) {
-        const double ours = percentile(samples.ours, share);
-        const double floor = percentile(samples.floor, share);
-        add(figure, ours, unit);
-        add(figure + ".floor", floor, unit);
-        add(figure + ".ratio", ours / floor, {"x"});
-    }
-};
+/// Prints `figure<TAB>value<TAB>unit`.
+inline void print(const std::string& figure, double value, Unit unit) {
+    std::printf("%s\t%.4g\t%s\n", figure.c_str(), value / unit.size, unit.name);
+    std::fflush(stdout);
+}
+/// A figure, its floor, and the ratio of the two.
+inline void print(const std::string& figure, const Samples& samples, Unit unit,
+                  double share = 0.5) {
+    const double ours = percentile(samples.ours, share);
+    const double floor = percentile(samples.floor, share);
+    print(figure, ours, unit);
+    print(figure + ".floor", floor, unit);
+    print(figure + ".ratio", ours / floor, {"x"});
+}
 
 /// Nanoseconds since some fixed moment.
 inline double now() {
-    return std::chrono::duration<double, std::nano>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    using Nanoseconds = std::chrono::duration<double, std::nano>;
+    return Nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 /// How often two works take turns, how many samples each takes in its turn, and how many runs make
@@ -65,7 +67,7 @@ struct Turns {
 /// Nanoseconds that one run of each work takes, or those that it gives where it times itself. The
 /// works take turns after one to warm up: the machine's drift hits both alike.
 template <class Ours, class Floor>
-Samples compare(Ours ours, Floor floor, Turns turns) {
+Samples compare(Turns turns, Ours ours, Floor floor) {
     Samples samples;
     const auto measure = [&](auto& work, std::vector<double>& into) {
         for (int sample = 0; sample < turns.samples; ++sample) {

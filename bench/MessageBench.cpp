@@ -2,7 +2,6 @@
 #include "AgentMessagingService.h"
 #include "BareRelay.h"
 #include "GlibRunLoop.h"
-#include "Groups.h"
 #include "KeyedArchive.h"
 #include "LinuxPortSystem.h"
 #include "Log.h"
@@ -12,8 +11,6 @@
 
 #include <poll.h>
 #include <sched.h>
-
-#include <thread>
 
 namespace quorl::bench {
 namespace {
@@ -55,50 +52,40 @@ void request(const std::string& folder, const std::string& name, const Bytes& bo
 }
 
 // Our ports with the least behind them: each message is passed on as it comes.
-class PortsAlone {
-  public:
-    explicit PortsAlone(std::string folder)
-        : folder_(std::move(folder)),
-          ports_(folder_),
-          application_(ports_.makePort()),
-          local_(ports_.makePort()),
-          service_(ports_.servicePortWithName("transport")) {
-        expect(application_ && local_ && service_, "no ports can be made");
-        application_->setHandler([](PortMessage message) {
-            message.replyPort->send(
-                {.msgid = MessageId::result, .components = std::move(message.components)}, 5s);
-        });
-        local_->setHandler([this](const PortMessage& message) { client_->send(message, 5s); });
-        service_->setHandler([this](PortMessage message) {
-            client_ = std::exchange(message.replyPort, local_->sendRight());
-            message.msgid = MessageId::forwardedRequest;
-            application_->sendRight()->send(message, 5s);
-        });
-        application_->addToRunLoop(applicationLoop_);
-        local_->addToRunLoop(*relayLoop_);
-        service_->addToRunLoop(*relayLoop_);
-    }
-    void request(const Bytes& body) { bench::request(folder_, "transport", body); }
-
-  private:
-    std::string folder_;
-    LinuxPortSystem ports_;
-    GlibRunLoop applicationLoop_;
-    std::unique_ptr<RunLoop> relayLoop_ = ports_.makeRunLoop();
-    std::unique_ptr<Port> application_;
-    std::unique_ptr<Port> local_;
-    std::unique_ptr<Port> service_;
-    SendRightPtr client_;
-    std::jthread applicationThread_ = run(applicationLoop_);
-    std::jthread relayThread_ = run(*relayLoop_);
-};
-
-const Value& sampleResult() {
-    static const Value result = {{"MFA_AUTH_RESULT", "SUCCESS"},
-                                 {"KEY", "c81e728d9d4c2f636f067f89cc14862c"},
-                                 {"OFFLINE_ENROLLMENT_DATA_ACCESS_TOKEN", "eccbc87e4b5ce2fe"}};
-    return result;
+void benchTransport(const std::string& folder, const std::string& bare) {
+    const Bytes body(600, 0x5A);
+    LinuxPortSystem ports(folder);
+    GlibRunLoop applicationLoop;
+    const auto relayLoop = ports.makeRunLoop();
+    const auto application = ports.makePort();
+    const auto local = ports.makePort();
+    const auto service = ports.servicePortWithName("transport");
+    expect(application && local && service, "no ports can be made");
+    SendRightPtr client;
+    application->setHandler([](PortMessage message) {
+        message.replyPort->send(
+            {.msgid = MessageId::result, .components = std::move(message.components)}, 5s);
+    });
+    local->setHandler([&](const PortMessage& message) { client->send(message, 5s); });
+    service->setHandler([&](PortMessage message) {
+        client = std::exchange(message.replyPort, local->sendRight());
+        message.msgid = MessageId::forwardedRequest;
+        application->sendRight()->send(message, 5s);
+    });
+    application->addToRunLoop(applicationLoop);
+    local->addToRunLoop(*relayLoop);
+    service->addToRunLoop(*relayLoop);
+    const std::jthread applicationThread = run(applicationLoop);
+    const std::jthread relayThread = run(*relayLoop);
+    const Samples samples = compare(
+        turns, [&] { request(folder, "transport", body); }, [&] { bareRequest(bare, body); });
+    print("agent.msg.transport.p50", samples, us);
+    print("agent.msg.transport.p99", samples, us, 0.99);
 }
+
+const Value sampleResult = {{"MFA_AUTH_RESULT", "SUCCESS"},
+                            {"KEY", "c81e728d9d4c2f636f067f89cc14862c"},
+                            {"OFFLINE_ENROLLMENT_DATA_ACCESS_TOKEN", "eccbc87e4b5ce2fe"}};
 
 // The application's side of a request without its windows: the lines it logs, one decode of the
 // request, one encode of the result.
@@ -110,77 +97,57 @@ void answerAsApplication(const PortMessage& message, SendRightPtr& relay) {
     logLine("handlePortMessage : Got MFA/ErrMsg request message from client via the MFA server!!");
     logLine("handlePortMessage : request: {}", *unarchive(message.components.front()));
     logLine("sendMFAResponse :: initiated....");
-    relay->send({.msgid = MessageId::result, .components = {*archive(sampleResult())}}, 5s);
+    relay->send({.msgid = MessageId::result, .components = {*archive(sampleResult)}}, 5s);
     logLine("sendMFAResponse: Message sent to the AgentMessagingService..");
 }
 
-// The relay itself.
-class WholeRelay {
-  public:
-    explicit WholeRelay(std::string folder)
-        : folder_(std::move(folder)), ports_(folder_), application_(ports_.makePort()) {
-        application_->setHandler(
-            [this](const PortMessage& message) { answerAsApplication(message, relayPort_); });
-        application_->addToRunLoop(applicationLoop_);
-        relayThread_ = std::thread([this] { service_.run(application_->sendRight()); });
-        test::waitFor(
-            [this] { return std::filesystem::exists(servicePath(folder_, bootstrapName)); });
-    }
-    ~WholeRelay() {
-        service_.isServiceDone = true;
-        relayThread_.join();
-    }
-    WholeRelay(const WholeRelay&) = delete;
-    WholeRelay& operator=(const WholeRelay&) = delete;
-
-    void request(const Bytes& body) { bench::request(folder_, bootstrapName, body); }
-
-  private:
-    std::string folder_;
-    LinuxPortSystem ports_;
-    GlibRunLoop applicationLoop_;
-    std::unique_ptr<Port> application_;
-    SendRightPtr relayPort_;
-    AgentMessagingService service_{ports_};
-    std::thread relayThread_;
-    std::jthread applicationThread_ = run(applicationLoop_);
-};
-
 // What the whole relay does beside the hops: 14 log lines, 2 decodes, 1 encode.
 void logAndArchive(const Bytes& body) {
-    static const Value request = sampleRequest();
     unarchive(body);
     unarchive(body);
-    archive(sampleResult());
-    logLine("{}", request);
-    logLine("handlePortMessage : request: {}", request);
+    archive(sampleResult);
+    logLine("{}", sampleRequest);
+    logLine("handlePortMessage : request: {}", sampleRequest);
     for (int i = 0; i < 12; ++i)
         logLine("AgentMessagingService : sendMsgToApp - {}", i);
 }
 
-}  // namespace
-
-void benchMessage(Figures& figures) {
-    pin();
-    const test::TestSandbox sandbox;
-    const std::string folder = (sandbox.root() / "run").string();
-    BareRelay bare(folder + "/bare");
-    {
-        const Bytes body(600, 0x5A);
-        PortsAlone ports(folder);
-        const Samples samples =
-            compare([&] { ports.request(body); }, [&] { bare.request(body); }, turns);
-        figures.add("agent.msg.transport.p50", samples, us);
-        figures.add("agent.msg.transport.p99", samples, us, 0.99);
-    }
-    const Bytes body = *archive(sampleRequest());
+// The relay itself.
+void benchRoundtrip(const std::string& folder, const std::string& bare) {
+    const test::LogCapture log;
+    const Bytes body = *archive(sampleRequest);
+    LinuxPortSystem ports(folder);
+    GlibRunLoop loop;
+    const auto application = ports.makePort();
+    SendRightPtr relayPort;
+    application->setHandler(
+        [&](const PortMessage& message) { answerAsApplication(message, relayPort); });
+    application->addToRunLoop(loop);
+    AgentMessagingService service(ports);
+    const std::jthread applicationThread = run(loop);
+    const std::jthread relay([&](const std::stop_token& stop) {
+        const std::stop_callback end(stop, [&] { service.isServiceDone = true; });
+        service.run(application->sendRight());
+    });
+    test::waitFor([&] { return std::filesystem::exists(servicePath(folder, bootstrapName)); });
+    const auto ours = [&] { request(folder, bootstrapName, body); };
     const auto least = [&] {
-        bare.request(body);
+        bareRequest(bare, body);
         logAndArchive(body);
     };
-    const test::LogCapture log;
-    WholeRelay relay(folder);
-    figures.add("agent.msg.roundtrip.p50", compare([&] { relay.request(body); }, least, turns), us);
+    print("agent.msg.roundtrip.p50", compare(turns, ours, least), us);
+}
+
+}  // namespace
+
+void benchMessage() {
+    pin();
+    const test::TestSandbox sandbox;
+    const std::string folder = sandbox.root() / "run";
+    const std::string bare = folder + "/bare";
+    startBareRelay(bare);
+    benchTransport(folder, bare);
+    benchRoundtrip(folder, bare);
 }
 
 }  // namespace quorl::bench

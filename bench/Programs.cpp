@@ -1,22 +1,22 @@
 #include "Programs.h"
 
 #include "AgentClient.h"
-#include "CryptoUtils.h"
-#include "Figures.h"
 #include "Logger.h"
 #include "OfflineDataHandler.h"
 #include "SampleData.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include <future>
 
 namespace quorl::bench {
 namespace {
 
 using namespace std::chrono_literals;
+using test::AgentStage;
+using test::TestSandbox;
 
 constexpr const char* paintedPage =
     "<!doctype html><title>Page</title><body style='font:20px sans-serif'><h1>A page</h1>"
@@ -24,14 +24,11 @@ constexpr const char* paintedPage =
     "requestAnimationFrame(() => requestAnimationFrame(() => "
     "window.webkit.messageHandlers.MACLoginAgent.postMessage('{\"SYSTEM_MFA_RESULT\":"
     "\"SUCCESS\"}')))</script>";
+constexpr const char* userSecret = "JBSWY3DPEHPK3PXPJBSWY3DPEHPK3PXP";
+const Bytes accessKey(32, 0x5A);
 
-const Bytes accessKeyBytes(32, 0x5A);
-
-// Appends what there is to read; a file at its end gives nothing.
-void readMore(int descriptor, std::string& text) {
-    char buffer[4096];
-    const ssize_t size = read(descriptor, buffer, sizeof buffer);
-    text.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+std::string logOf(const AgentStage& stage) {
+    return stage.sandbox.support() / "VantorixClient.log";
 }
 
 }  // namespace
@@ -48,36 +45,43 @@ Value ask(const Value& request) {
     return *answer;
 }
 
-std::string accessKey() {
-    return convertDataBytesToHex(accessKeyBytes);
-}
-
-void serveThePage(test::AgentStage& stage) {
+void serveThePage(AgentStage& stage) {
     const std::string page = stage.sandbox.root() / "painted.html";
-    test::TestSandbox::write(page, paintedPage);
-    stage.startServer({"--access-key", accessKey(), "--only", "/painted", "--reply-file", page,
-                       "--reply-type", "text/html"});
+    TestSandbox::write(page, paintedPage);
+    stage.startServer({"--access-key", convertDataBytesToHex(accessKey), "--only", "/painted",
+                       "--reply-file", page, "--reply-type", "text/html"});
 }
 
-void enroll(test::AgentStage& stage, const std::string& user) {
-    using test::AgentStage;
-    initLog(stage.sandbox.support() / "VantorixClient.log");
+void enroll(AgentStage& stage, const std::string& user) {
+    initLog(logOf(stage));
     stage.configure({{"LOGIN_MFA", "true"},
                      {"OFFLINE_MFA", "true"},
                      {"PREAUTH_CHECK_REQUIRED", "true"},
                      {"AGENT_ID", "1001"},
-                     {"ACCESS_KEY", AgentStage::encryptedKey(accessKey())}});
-    const Value phone =
-        sampleAuthenticator("Phone", encryptText(userSecret, accessKeyBytes, iv).value());
-    const auto stored = OfflineDataHandler::replaceRecord(
-        user, sampleRecord({{"3", phone}}, 10'000), systemClock());
-    expect(stored == OfflineDataHandler::Replaced::done, "the user cannot be enrolled");
+                     {"ACCESS_KEY", AgentStage::encryptedKey(convertDataBytesToHex(accessKey))}});
+    const Value record = sampleRecord(encryptText(userSecret, accessKey, iv).value(), {3});
+    expect(OfflineDataHandler::replaceRecord(user, record, systemClock()) ==
+               OfflineDataHandler::Replaced::done,
+           "the user cannot be enrolled");
 }
 
-double untilEnded(test::AgentStage& stage, std::future<double> ended) {
+double askOffline(const std::string& user) {
+    const Value answer =
+        ask({{"OFFLINE_MFA", true}, {"USER_NAME", user}, {"DOMAIN_NAME", "EXAMPLE"}});
+    expect(stringValue(answer, "MFA_AUTH_RESULT") == "SUCCESS", "a right code was refused");
+    return now();
+}
+
+OfflinePage passOffline(AgentStage& stage, const std::function<double()>& run) {
+    LineReader log(logOf(stage));
+    auto ended = std::async(std::launch::async, run);
+    // Its last script has been handed over right after this line.
+    log.await("MFAController:: didFinishNavigation : loading offline related content");
+    const double ready = now();
+    stage.type(AgentStage::code(userSecret));
     const double start = now();
     stage.press("Return");
-    return ended.get() - start;
+    return {ready, ended.get() - start};
 }
 
 FileDescriptor makePipe(const std::string& path) {
@@ -87,36 +91,38 @@ FileDescriptor makePipe(const std::string& path) {
 }
 
 LineReader::LineReader(const std::string& path)
-    : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC)), changes_(inotify_init1(IN_CLOEXEC)) {
-    lseek(file_.get(), 0, SEEK_END);
+    : file_(path, std::ios::ate), changes_(inotify_init1(IN_CLOEXEC)) {
     inotify_add_watch(changes_.get(), path.c_str(), IN_MODIFY);
 }
 
 void LineReader::await(const std::string& text) {
     const double end = now() + 20 * s.size;
-    while (now() < end) {
-        readMore(file_.get(), unread_);
-        for (auto line = unread_.find('\n'); line != std::string::npos; line = unread_.find('\n')) {
-            const bool wanted = unread_.substr(0, line).find(text) != std::string::npos;
-            unread_.erase(0, line + 1);
-            if (wanted)
+    for (std::string line, part; now() < end;) {
+        std::getline(file_, part);
+        line += part;
+        if (file_.good()) {
+            if (line.find(text) != std::string::npos)
                 return;
+            line.clear();
+            continue;
         }
+        // The end of the file, for now.
+        file_.clear();
         pollfd entry{.fd = changes_.get(), .events = POLLIN, .revents = 0};
-        std::string notices;
+        std::array<char, 4096> notices{};
         if (poll(&entry, 1, 100) > 0)
-            readMore(changes_.get(), notices);
+            (void)!read(changes_.get(), notices.data(), notices.size());
     }
     expect(false, text.c_str());
 }
 
-MinimalBrowser::MinimalBrowser(test::AgentStage& stage)
-    : output_(stage.sandbox.root() / "browser.out"),
-      input_(makePipe(stage.sandbox.root() / "browser.in")) {
-    test::TestSandbox::write(output_, "");
-    lines_ = std::make_unique<LineReader>(output_);
-    process_ =
-        stage.run({"minimal-browser"}, output_, "/dev/null", stage.sandbox.root() / "browser.in");
+MinimalBrowser::MinimalBrowser(AgentStage& stage) {
+    const std::string input = stage.sandbox.root() / "browser.in";
+    const std::string output = stage.sandbox.root() / "browser.out";
+    input_ = makePipe(input);
+    TestSandbox::write(output, "");
+    lines_ = std::make_unique<LineReader>(output);
+    process_ = stage.run({"minimal-browser"}, output, "/dev/null", input);
     lines_->await("ready");
 }
 

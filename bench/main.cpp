@@ -1,39 +1,26 @@
 // `bench GROUP` prints the figures of a group, `bench --list` the groups' names.
-#include "Groups.h"
+#include "Figures.h"
 
-#include <array>
-#include <cstdio>
-#include <string_view>
-
-namespace {
-
-using namespace quorl::bench;
-
-struct Group {
-    std::string_view name;
-    void (*run)(Figures&);
-};
-constexpr std::array groups = {
-    Group{"archive", benchArchive}, Group{"https", benchHttps},     Group{"launch", benchLaunch},
-    Group{"message", benchMessage}, Group{"offline", benchOffline}, Group{"pam", benchPam},
-    Group{"store", benchStore},     Group{"totp", benchTotp},
-};
-
-}  // namespace
+#include <map>
 
 int main(int argc, char** argv) try {
-    const std::string_view wanted = argc == 2 ? argv[1] : "";
-    Figures figures;
-    for (const Group& group : groups) {
-        if (wanted == "--list")
-            std::printf("%s\n", group.name.data());
-        else if (wanted == group.name)
-            return group.run(figures), 0;
+    using namespace quorl::bench;
+    const std::map<std::string, void (*)()> groups = {
+        {"archive", benchArchive}, {"https", benchHttps},     {"launch", benchLaunch},
+        {"message", benchMessage}, {"offline", benchOffline}, {"pam", benchPam},
+        {"store", benchStore},     {"totp", benchTotp},
+    };
+    const std::string wanted = argc == 2 ? argv[1] : "";
+    if (wanted == "--list") {
+        for (const auto& [name, run] : groups)
+            std::puts(name.c_str());
+    } else if (groups.contains(wanted)) {
+        groups.at(wanted)();
+    } else {
+        std::fputs("usage: bench GROUP | --list\n", stderr);
+        return 2;
     }
-    if (wanted == "--list")
-        return 0;
-    std::fputs("usage: bench GROUP | --list\n", stderr);
-    return 2;
+    return 0;
 } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench: %s\n", failure.what());
     return 1;
