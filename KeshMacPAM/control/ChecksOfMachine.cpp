@@ -66,11 +66,12 @@ const std::vector<std::string> gdmFiles = {"/etc/gdm3/daemon.conf"};
 
 // The sandbox of the pages' process, as the agent's account makes it; "" when it starts.
 std::string sandboxFault(const Machine& machine) {
+    const std::string attempt =
+        "bwrap --unshare-all --ro-bind / / --proc /proc --dev /dev --tmpfs /tmp true 2>&1 && "
+        "echo ok";
     const auto said = machine.run(
         "setpriv", {"--reuid", systemPaths().agentAccount, "--regid", systemPaths().agentAccount,
-                    "--clear-groups", "--no-new-privs", "sh", "-c",
-                    "bwrap --unshare-all --ro-bind / / --proc /proc --dev /dev --tmpfs /tmp true "
-                    "2>&1 && echo ok"});
+                    "--clear-groups", "--no-new-privs", "sh", "-c", attempt});
     const std::string line = said ? trimmed(*said) : said.error();
     return line == "ok" ? "" : line.empty() ? "it cannot be started" : line;
 }
@@ -78,7 +79,7 @@ std::string sandboxFault(const Machine& machine) {
 }  // namespace
 
 Finding checkConfiguration(const Examination& examination) {
-    const std::string path = getConfigFilePath();
+    const std::string& path = getConfigFilePath();
     if (!examination.configReadable)
         return needsRoot();
     if (examination.config.state == ConfigState::missing)

@@ -67,7 +67,7 @@ OtherDoors otherDoors(const Machine& machine) {
 std::string modulePath(const Machine& machine) {
     for (const char* folder : {"/usr/lib/", "/lib/"})
         for (const std::string& name : machine.names(folder))
-            if (const std::string path = folder + name + "/security/pam_kesh.so"; machine.has(path))
+            if (std::string path = folder + name + "/security/pam_kesh.so"; machine.has(path))
                 return path;
     return "";
 }

@@ -75,7 +75,7 @@ Value answerOf(std::vector<std::string> words, std::chrono::milliseconds limit) 
 }
 
 Examination examine(const Machine& machine, const std::optional<std::string>& user) {
-    const std::string path = getConfigFilePath();
+    const std::string& path = getConfigFilePath();
     Examination examination{.machine = machine,
                             .config = readConfig(path),
                             .configReadable = access(path.c_str(), R_OK) == 0 || errno == ENOENT,

@@ -179,7 +179,7 @@ std::string notClean(const Machine& machine) {
     std::vector<std::string> names = machine.names("/etc/pam.d");
     names.push_back("common-auth");
     for (const std::string& name : names) {
-        const std::string file = "/etc/pam.d/" + name;
+        std::string file = "/etc/pam.d/" + name;
         std::error_code error;
         if (!std::filesystem::is_regular_file(machine.file(file), error))
             continue;

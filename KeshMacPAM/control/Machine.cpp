@@ -48,7 +48,7 @@ std::vector<std::string> Machine::names(std::string_view folder) const {
 
 std::string Machine::program(std::string_view name) const {
     for (const std::string_view folder : programFolders)
-        if (const std::string path = file(std::string(folder) + std::string(name));
+        if (std::string path = file(std::string(folder) + std::string(name));
             access(path.c_str(), X_OK) == 0)
             return path;
     return "";
