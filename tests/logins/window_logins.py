@@ -285,7 +285,11 @@ class WindowLogins:
         self._log_has("Prompt greeter", prompts + 1)
         self._still()
         self._show("locked")
-        self._type(PASSWORD)
+        # The greeter offers whose session it is where it was told in time, and asks for a name else.
+        if f"Greeter start authentication for {name}" in self._log().rpartition("Greeter connected")[2]:
+            self._type(PASSWORD)
+        else:
+            self._identify(name)
         self._wait_for_page(pages + 1)
         self._show("page")
         self._type("000000")
