@@ -103,7 +103,7 @@ in_agent() {
 # start_display SIZE : a screen of its own, sets DISPLAY.
 start_display() {
     local file="$work/display.$RANDOM"
-    Xvfb -displayfd 5 -screen 0 "$1x24" -nolisten tcp 5>"$file" 2>>"$work/xvfb.log" &
+    Xvfb -displayfd 5 -noreset -screen 0 "$1x24" -nolisten tcp 5>"$file" 2>>"$work/xvfb.log" &
     pids+=($!)
     wait_until 10 "the X server" test -s "$file"
     DISPLAY=:$(cat "$file")

@@ -209,6 +209,9 @@ tl::expected<std::unique_ptr<Application>, std::string> makeGtkApplication(
     // Beside all that follows: it takes as long as the toolkit's own start.
     surroundings.sandbox = std::make_unique<SandboxTrial>();
     nameAuthority();
+    // Without it the display would start itself anew when the look at its bus was its only client,
+    // and turn the toolkit away meanwhile.
+    const Handle<Display, XCloseDisplay> kept(XOpenDisplay(nullptr));
     surroundings.accessibilityBus = joinAccessibilityBus();
     auto home = makeHome();
     if (!home)
