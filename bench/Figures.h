@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <stdexcept>
 #include <string>
-#include <type_traits>
 #include <vector>
 
 namespace quorl::bench {
 
-/// The groups, in the files named after them, launch and offline in the windows'; each ends by an
-/// exception when nothing can be said.
+/// The groups; each ends by an exception when nothing can be said.
 void benchArchive(), benchHttps(), benchLaunch(), benchMessage(), benchOffline(), benchPam(),
     benchStore(), benchTotp();
 
@@ -33,7 +32,6 @@ struct Samples {
     std::vector<double> ours = {};
     std::vector<double> floor = {};
 };
-using Side = std::vector<double> Samples::*;
 
 /// Prints `figure<TAB>value<TAB>unit`.
 inline void print(const std::string& figure, double value, Unit unit) {
@@ -64,21 +62,17 @@ struct Turns {
     int runs = 1;
 };
 
-/// Nanoseconds that one run of each work takes, or those that it gives where it times itself. The
-/// works take turns after one to warm up: the machine's drift hits both alike.
+/// Nanoseconds that one run of each work takes. The works take turns after one to warm up: the
+/// machine's drift hits both alike.
 template <class Ours, class Floor>
 Samples compare(Turns turns, Ours ours, Floor floor) {
     Samples samples;
     const auto measure = [&](auto& work, std::vector<double>& into) {
         for (int sample = 0; sample < turns.samples; ++sample) {
-            if constexpr (std::is_same_v<decltype(work()), double>) {
-                into.push_back(work());
-            } else {
-                const double start = now();
-                for (int run = 0; run < turns.runs; ++run)
-                    work();
-                into.push_back((now() - start) / turns.runs);
-            }
+            const double start = now();
+            for (int run = 0; run < turns.runs; ++run)
+                work();
+            into.push_back((now() - start) / turns.runs);
         }
     };
     for (int turn = 0; turn <= turns.turns; ++turn) {
@@ -88,6 +82,24 @@ Samples compare(Turns turns, Ours ours, Floor floor) {
         measure(floor, samples.floor);
     }
     return samples;
+}
+
+/// What a work measured of itself, by name; a name may come more than once.
+using Measured = std::multimap<std::string, double>;
+
+/// The same for works that measure themselves.
+template <class Ours, class Floor>
+std::map<std::string, Samples> compareMeasured(int turns, Ours ours, Floor floor) {
+    std::map<std::string, Samples> all;
+    for (int turn = 0; turn <= turns; ++turn) {
+        if (turn == 1)
+            all.clear();
+        for (const auto& [name, value] : ours())
+            all[name].ours.push_back(value);
+        for (const auto& [name, value] : floor())
+            all[name].floor.push_back(value);
+    }
+    return all;
 }
 
 /// What is compared must be done right on both sides, or its figures say nothing: ends the group.

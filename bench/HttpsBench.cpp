@@ -18,7 +18,7 @@ using TlsContext = Handle<SSL_CTX, SSL_CTX_free>;
 using Connection = Handle<BIO, BIO_free_all>;
 
 const std::string path = "/RestAPI/logonagent/updateStatus";
-const std::string accessKey = "00112233445566778899aabbccddeeff0123456789abcdef0123456789abcdef";
+const std::string accessKey(64, '5');
 const std::string form = "status=install&machineName=bench&domainName=&version=1";
 const std::string result = R"({"result": "success"})";
 
@@ -35,13 +35,13 @@ std::string signBare(const std::string& key, const std::string& message) {
     EVP_MAC_init(context.get(), asBytes(key).data(), key.size(), parameters);
     EVP_MAC_update(context.get(), asBytes(message).data(), message.size());
     EVP_MAC_final(context.get(), digest.data(), &size, digest.size());
-    std::array<unsigned char, 64> hex{};
+    std::string hex(64, '\0');
     for (std::size_t i = 0; i < hex.size(); ++i)
-        hex[i] =
-            static_cast<unsigned char>("0123456789abcdef"[digest[i / 2] >> (4 - i % 2 * 4) & 15]);
-    std::array<unsigned char, 89> base64{};
-    EVP_EncodeBlock(base64.data(), hex.data(), static_cast<int>(hex.size()));
-    return {base64.begin(), base64.begin() + 88};
+        hex[i] = "0123456789abcdef"[digest[i / 2] >> (4 - i % 2 * 4) & 15];
+    std::string base64(88, '\0');
+    EVP_EncodeBlock(reinterpret_cast<unsigned char*>(base64.data()), asBytes(hex).data(),
+                    static_cast<int>(hex.size()));
+    return base64;
 }
 
 // Reads up to those words, with which the other side's only message ends; false at its end.

@@ -1,8 +1,7 @@
 // Sign-ins through PAM stacks of this bench's own, with the module's copy for tests, its helper,
 // the agent on a screen and a server; each beside the least that such a sign-in must do.
-#include "Figures.h"
 #include "LoginHost.h"
-#include "Programs.h"
+#include "Scene.h"
 #include "ServerCommunicator.h"
 
 #include <fmt/format.h>
@@ -12,22 +11,19 @@
 namespace quorl::bench {
 namespace {
 
-using test::AgentStage;
 using test::ModuleSandbox;
 using test::Subprocess;
-using test::TestSandbox;
 
 // An account that every system has and that the module does not take for a local one.
 constexpr const char* user = "nobody";
 constexpr const char* record = "nobody@EXAMPLE";
-constexpr Turns pages{10};
+constexpr int pages = 10;
 
 struct SignIn {
+    double whole = 0;     ///< from pam_start to pam_end
     double begun = 0;     ///< pam_authenticate
     double prompted = 0;  ///< the first prompt, 0 when there was none
     double ended = 0;
-    double took = 0;
-    double whole = 0;  ///< from pam_start to pam_end
 };
 
 // Every prompt is left without an answer, which counts as no wrong code.
@@ -38,8 +34,6 @@ int notePrompt(int, const pam_message**, pam_response**, void* signIn) {
 
 /// The stacks: "plain" asks for nothing, the others have the module's line as well.
 void writeStacks(const ModuleSandbox& folder) {
-    TestSandbox::write(folder.path("passwd"), "root:x:0:0:root:/root:/bin/sh\n");
-    TestSandbox::write(folder.path("shadow"), "root:*:19000:0:99999:7:::\n");
     TestSandbox::write(folder.path("pam_kesh.conf"), "page = /painted\n");
     // The module starts its helper with an empty environment.
     std::string helper = "#!/bin/sh\nexport SSL_CERT_DIR='" + test::certificateFolder() + "/certs'";
@@ -68,32 +62,33 @@ SignIn signIn(const ModuleSandbox& folder, const char* service, const char* name
     signIn.ended = now();
     pam_end(pamh, status);
     signIn.whole = now() - start;
-    signIn.took = signIn.ended - signIn.begun;
     expect((status == PAM_SUCCESS) == (signIn.prompted == 0), "a sign-in ends otherwise");
     return signIn;
 }
 
 // What the module's line adds; the floor is the stack without it.
 void benchExempt(const ModuleSandbox& folder) {
-    for (const auto& [figure, part] : {std::pair("agent.pam.exempt", &SignIn::took),
-                                       std::pair("agent.pam.exempt.whole", &SignIn::whole)}) {
-        const auto with = [&, part = part] { return signIn(folder, "login", "root").*part; };
-        const auto without = [&, part = part] { return signIn(folder, "plain", "root").*part; };
-        const Samples samples = compare({1000}, with, without);
+    const auto through = [&](const char* service) {
+        const SignIn root = signIn(folder, service, "root");
+        return Measured{{"exempt", root.ended - root.begun}, {"exempt.whole", root.whole}};
+    };
+    for (const auto& [name, samples] : compareMeasured(
+             1000, [&] { return through("login"); }, [&] { return through("plain"); })) {
         const double floor = percentile(samples.floor);
-        print(figure, percentile(samples.ours) - floor, us);
-        print(std::string(figure) + ".floor", floor, us);
+        print("agent.pam." + name, percentile(samples.ours) - floor, us);
+        print("agent.pam." + name + ".floor", floor, us);
     }
 }
 
 // To the page on the screen and its answer back: the page answers as soon as it is seen.
-void benchWindow(const AgentStage& stage, const ModuleSandbox& folder) {
+auto compareWindow(const AgentStage& stage, const ModuleSandbox& folder) {
     const std::string request = stage.sandbox.root() / "page-request";
     TestSandbox::write(request,
                        R"({"MFA_REQUEST_URL": "/painted", "POST_DATA": "USER_NAME=nobody"})");
     const auto ours = [&] {
         settle();
-        return signIn(folder, "lightdm", user).took;
+        const SignIn granted = signIn(folder, "lightdm", user);
+        return Measured{{"window", granted.ended - granted.begun}};
     };
     const auto floor = [&] {
         settle();
@@ -111,18 +106,18 @@ void benchWindow(const AgentStage& stage, const ModuleSandbox& folder) {
         const double took = now() - start;
         expect(client.wait() == 0, "no page is shown");
         expect(reply && !member(*reply, "ERROR_MSG"), "the server refuses a signed call");
-        return took;
+        return Measured{{"window", took}};
     };
-    print("agent.pam.window", compare(pages, ours, floor), ms);
+    return compareMeasured(pages, ours, floor);
 }
 
-void benchText(const AgentStage& stage, const ModuleSandbox& folder) {
+auto compareText(const AgentStage& stage, const ModuleSandbox& folder) {
     const std::string path = stage.sandbox.root() / "asked";
     const FileDescriptor pipe = makePipe(path);
     const auto ours = [&] {
         const SignIn denied = signIn(folder, "sshd", user);
         expect(denied.prompted > 0, "no code was asked for");
-        return denied.prompted - denied.begun;
+        return Measured{{"text.first", denied.prompted - denied.begun}};
     };
     const auto floor = [&] {
         char byte = 0;
@@ -132,24 +127,22 @@ void benchText(const AgentStage& stage, const ModuleSandbox& folder) {
         expect(read(pipe.get(), &byte, 1) == 1, "the least helper does nothing");
         const double took = now() - start;
         helper.wait();
-        return took;
+        return Measured{{"text.first", took}};
     };
-    print("agent.pam.text.first", compare({40}, ours, floor), ms);
+    return compareMeasured(40, ours, floor);
 }
 
 // The server's port is listened on and never answers; the floor is the agent alone, after the time
 // that the server is given.
-void benchSilent(AgentStage& stage, const ModuleSandbox& folder) {
+auto compareSilent(AgentStage& stage, const ModuleSandbox& folder) {
     const Handle<BIO, BIO_free_all> silent(BIO_new_accept(("127.0.0.1:" + stage.port()).c_str()));
     BIO_set_bind_mode(silent.get(), BIO_BIND_REUSEADDR);
     expect(BIO_do_accept(silent.get()) == 1, "the port cannot be listened on");
-    Samples ready;
     double begun = 0;
-    const auto pass = [&](std::vector<double>& readyAfter, const std::function<double()>& run) {
+    const auto pass = [&](const std::function<double()>& run) {
         settle();
         const OfflinePage page = passOffline(stage, run);
-        readyAfter.push_back(page.ready - begun);
-        return page.verdict;
+        return Measured{{"silent", page.ready - begun}, {"verdict", page.verdict}};
     };
     const auto module = [&] {
         const SignIn granted = signIn(folder, "lightdm", user);
@@ -160,11 +153,13 @@ void benchSilent(AgentStage& stage, const ModuleSandbox& folder) {
         begun = now() - 3 * s.size;
         return askOffline(user);
     };
-    const Samples verdict = compare(
-        pages, [&] { return pass(ready.ours, module); },
-        [&] { return pass(ready.floor, agentAlone); });
-    print("agent.pam.silent", ready, s);
-    print("agent.pam.verdict", verdict, ms);
+    return compareMeasured(
+        pages, [&] { return pass(module); }, [&] { return pass(agentAlone); });
+}
+
+void show(const std::map<std::string, Samples>& measured) {
+    for (const auto& [name, samples] : measured)
+        print("agent.pam." + name, samples, name == "silent" ? s : ms);
 }
 
 }  // namespace
@@ -179,10 +174,10 @@ void benchPam() {
     stage.startDisplay();
     enroll(stage, record);
     stage.startAgent();
-    benchWindow(stage, folder);
+    show(compareWindow(stage, folder));
     stage.stopServer();
-    benchText(stage, folder);
-    benchSilent(stage, folder);
+    show(compareText(stage, folder));
+    show(compareSilent(stage, folder));
     stage.agent().stop(SIGTERM);
 }
 

@@ -1,22 +1,17 @@
 // Start, first and later pages of the server and of the offline factor, and what the agent uses at
 // rest, beside a minimal resident program that shows the same page over the same connection.
-#include "Figures.h"
-#include "Programs.h"
+#include "Scene.h"
 
 namespace quorl::bench {
 namespace {
 
 namespace fs = std::filesystem;
-using test::AgentStage;
 
 // The number behind a field of a file of /proc, 0 where there is none.
 double field(const fs::path& path, const std::string& name) {
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) {
-        if (line.starts_with(name))
-            return std::stod(line.substr(name.size()));
-    }
-    return 0;
+    const std::string text = "\n" + TestSandbox::read(path);
+    const auto at = text.find("\n" + name);
+    return at == text.npos ? 0 : std::stod(text.substr(at + 1 + name.size()));
 }
 
 fs::path folderOf(pid_t pid) {
@@ -61,50 +56,83 @@ class Agent {
     Agent(const Agent&) = delete;
     Agent& operator=(const Agent&) = delete;
     void prepare() {}
-    void hide() {}
+    /// Nanoseconds to the answer of a page that gives it as soon as it is seen.
+    double show() {
+        const double asked = now();
+        ask({{"MFA_REQUEST_URL", "/painted"}});
+        return now() - asked;
+    }
+    /// The same page stays, until it is hidden.
+    void leaveStanding() {
+        standing_ = std::make_unique<AgentRequest>(send({{"MFA_REQUEST_URL", "/painted?stands"}}));
+        expect(stage_.waitForPage(), "no page stands");
+    }
+    void hide() { standing_.reset(); }
     pid_t pid() const { return stage_.agent().pid(); }
 
   private:
     AgentStage& stage_;
+    std::unique_ptr<AgentRequest> standing_;
 };
 
-struct Measured {
-    Samples ready, first, later, memoryAtRest, memoryWithPage;
+// A resident program that shows pages and does nothing else.
+class MinimalBrowser {
+  public:
+    explicit MinimalBrowser(AgentStage& stage)
+        : page_("https://localhost:" + stage.port() + "/painted") {
+        const std::string input = stage.sandbox.root() / "browser.in";
+        const std::string output = stage.sandbox.root() / "browser.out";
+        input_ = makePipe(input);
+        TestSandbox::write(output, "");
+        lines_ = std::make_unique<GrowingFile>(output);
+        process_ = stage.run({"minimal-browser"}, output, "/dev/null", input);
+        lines_->await("ready");
+    }
+    /// Nanoseconds from the command to the line that holds the text.
+    double time(const std::string& command, const std::string& text) {
+        const double start = now();
+        const std::string line = command + "\n";
+        expect(write(input_.get(), line.data(), line.size()) > 0, "the browser takes no command");
+        lines_->await(text);
+        return now() - start;
+    }
+    /// Has shown a blank page from now on.
+    void prepare() { time("about:blank", "finished about:blank"), hide(); }
+    double show() { return time(page_, "painted"); }
+    void leaveStanding() { show(); }
+    /// Hides the window, and waits until it is as blank as it was.
+    void hide() { time("hide", "finished about:blank"); }
+    pid_t pid() const { return process_->pid(); }
+
+  private:
+    std::string page_;
+    FileDescriptor input_;
+    std::unique_ptr<GrowingFile> lines_;
+    std::unique_ptr<test::Subprocess> process_;
 };
 
-// Whether the first page is asked for at once, or as of whoever starts a machine, who has a greeter
-// to fill in first.
-enum class First { atOnce, atRest };
+constexpr int runs = 7;
 
-// One start and its pages; `page` gives how long one took.
-template <class Program, class Page>
-void show(AgentStage& stage, Measured& measured, Side side, First when, Page page) {
+// A start, and the first page as of whoever starts a machine, who has a greeter to fill in first.
+template <class Program>
+Measured launch(AgentStage& stage) {
     const double start = now();
     Program program(stage);
-    (measured.ready.*side).push_back(now() - start);
-    if (when == First::atRest) {
-        program.prepare();
-        settle();
-        (measured.memoryAtRest.*side).push_back(memory(program.pid()));
-    }
-    (measured.first.*side).push_back(page(program));
-    (measured.memoryWithPage.*side).push_back(memory(program.pid()));
+    Measured measured = {{"ready", now() - start}};
+    program.prepare();
+    settle();
+    measured.emplace("memory.rest", memory(program.pid()));
+    measured.emplace("page.first", program.show());
     for (int i = 0; i < 5; ++i) {
         program.hide();
         settle();
-        (measured.later.*side).push_back(page(program));
+        measured.emplace("page.second", program.show());
     }
-}
-
-template <class Ours, class Floor>
-Measured showPages(AgentStage& stage, First when, Ours ours, Floor floor) {
-    Measured measured;
-    for (int run = 0; run <= 7; ++run) {
-        if (run == 1)
-            measured = {};
-        show<Agent>(stage, measured, &Samples::ours, when, ours);
-        show<MinimalBrowser>(stage, measured, &Samples::floor, when, floor);
-    }
+    program.hide();
+    settle();
+    program.leaveStanding();
+    settle();
+    measured.emplace("memory.page", memory(program.pid()));
     return measured;
 }
 
@@ -125,6 +153,19 @@ void measureRest(AgentStage& stage) {
     print("agent.rest.cpu", (cpu() - cpuBefore) / seconds, {"ms/s", ms.size});
 }
 
+// The first page at once after the start, then more.
+template <class Program, class Page>
+Measured showPages(AgentStage& stage, Page page) {
+    Program program(stage);
+    Measured measured = page(program, "page.first");
+    for (int i = 0; i < 5; ++i) {
+        program.hide();
+        settle();
+        measured.merge(page(program, "page.second"));
+    }
+    return measured;
+}
+
 }  // namespace
 
 void benchLaunch() {
@@ -132,22 +173,13 @@ void benchLaunch() {
     serveThePage(stage);
     stage.startDisplay();
     stage.configure();
-    const auto ours = [](Agent&) {
-        const double asked = now();
-        ask({{"MFA_REQUEST_URL", "/painted"}});
-        return now() - asked;
-    };
-    const auto floor = [&](MinimalBrowser& browser) {
-        return browser.time("https://localhost:" + stage.port() + "/painted", "painted");
-    };
-    const Measured measured = showPages(stage, First::atRest, ours, floor);
-    print("agent.launch.ready", measured.ready, ms);
-    print("agent.launch.page.first", measured.first, ms);
-    print("agent.launch.page.second", measured.later, ms);
+    const auto measured = compareMeasured(
+        runs, [&] { return launch<Agent>(stage); }, [&] { return launch<MinimalBrowser>(stage); });
+    for (const auto& [name, samples] : measured)
+        print("agent.launch." + name, samples, name.starts_with("memory") ? MiB : ms);
     print("agent.launch.page.first.to.second",
-          percentile(measured.first.ours) / percentile(measured.later.ours), {"x"});
-    print("agent.launch.memory.rest", measured.memoryAtRest, MiB);
-    print("agent.launch.memory.page", measured.memoryWithPage, MiB);
+          percentile(measured.at("page.first").ours) / percentile(measured.at("page.second").ours),
+          {"x"});
     measureRest(stage);
 }
 
@@ -155,23 +187,23 @@ void benchOffline() {
     AgentStage stage;
     enroll(stage, "alice@EXAMPLE");
     stage.startDisplay();
-    std::vector<double> answers;
     // To the page that is ready to type in.
-    const auto ours = [&](Agent&) {
+    const auto ours = [&](Agent&, const char* name) {
         const double start = now();
         const OfflinePage page = passOffline(stage, [] { return askOffline("alice"); });
-        answers.push_back(page.verdict);
-        return page.ready - start;
+        return Measured{{name, page.ready - start}, {"answer", page.verdict}};
     };
-    const auto floor = [](MinimalBrowser& browser) {
+    const auto floor = [](MinimalBrowser& browser, const char* name) {
         const std::string file =
             "file://" QUORL_BINARY_DIR "/resources/resources/offlineMFA/OfflineMFA.htm";
-        return browser.time(file, "finished " + file);
+        return Measured{{name, browser.time(file, "finished " + file)}};
     };
-    const Measured measured = showPages(stage, First::atOnce, ours, floor);
-    print("agent.offline.page.first", measured.first, ms);
-    print("agent.offline.page.second", measured.later, ms);
-    print("agent.offline.answer", percentile(answers), ms);
+    auto measured = compareMeasured(
+        runs, [&] { return showPages<Agent>(stage, ours); },
+        [&] { return showPages<MinimalBrowser>(stage, floor); });
+    print("agent.offline.answer", percentile(measured.extract("answer").mapped().ours), ms);
+    for (const auto& [name, samples] : measured)
+        print("agent.offline." + name, samples, ms);
 }
 
 }  // namespace quorl::bench

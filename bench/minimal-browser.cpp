@@ -27,12 +27,11 @@ void makeView() {
         webkit_website_data_manager_new_ephemeral());
     webkit_web_context_set_cache_model(context, WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
     webkit_web_context_set_sandbox_enabled(context, TRUE);
-    WebKitUserContentManager* manager = webkit_user_content_manager_new();
+    view = WEBKIT_WEB_VIEW(webkit_web_view_new_with_context(context));
+    WebKitUserContentManager* manager = webkit_web_view_get_user_content_manager(view);
     g_signal_connect(manager, "script-message-received::MACLoginAgent", G_CALLBACK(messageReceived),
                      nullptr);
     webkit_user_content_manager_register_script_message_handler(manager, "MACLoginAgent");
-    view = WEBKIT_WEB_VIEW(g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", context,
-                                        "user-content-manager", manager, nullptr));
     webkit_settings_set_hardware_acceleration_policy(webkit_web_view_get_settings(view),
                                                      WEBKIT_HARDWARE_ACCELERATION_POLICY_NEVER);
     g_signal_connect(view, "load-changed", G_CALLBACK(loadChanged), nullptr);
