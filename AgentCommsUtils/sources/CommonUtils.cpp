@@ -110,6 +110,8 @@ std::string encodeURLQuery(std::string_view text) {
     return out;
 }
 
+// The parts in the order in which a URL has them.
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters)
 std::string constructServerURL(std::string_view server, std::string_view port,
                                std::string_view contextPath, std::string_view requestPath) {
     std::string url = fmt::format("https://{}:{}{}{}", server, port, contextPath, requestPath);

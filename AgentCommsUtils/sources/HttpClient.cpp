@@ -24,16 +24,21 @@ Value errorResult(const std::string& message) {
     return {{"ERROR_MSG", message}};
 }
 
-HttpRequest makeRequest(const std::string& type, const std::string& url,
-                        const std::string& requestParams, const std::string& formData,
-                        const Value& reqHeader) {
-    HttpRequest request;
-    request.method = type;
+// Parameters go with GET alone.
+std::string escapedURL(const std::string& type, const std::string& url,
+                       const std::string& requestParams) {
     std::string target = url;
     if (type == "GET" && !requestParams.empty())
         target = encodeBehindServer(target + "?" + requestParams);
     // Once more, so that a query travels escaped twice: that is how the server reads it.
-    request.url = encodeBehindServer(target);
+    return encodeBehindServer(target);
+}
+
+HttpRequest makeRequest(const std::string& type, const std::string& url,
+                        const std::string& formData, const Value& reqHeader) {
+    HttpRequest request;
+    request.method = type;
+    request.url = url;
     if (type == "POST" && !formData.empty()) {
         request.headers["content-type"] = "application/x-www-form-urlencoded";
         request.body = formData;
@@ -58,8 +63,8 @@ Value HttpClient::makeSyncRequest(const std::optional<std::string>& type,
         result_ = errorResult("INVALID_REQUEST");
         return result_;
     }
-    HttpExchange exchange(makeRequest(*type, *url, requestParams, formData, reqHeader),
-                          certificates_, limits_);
+    const std::string escaped = escapedURL(*type, *url, requestParams);
+    HttpExchange exchange(makeRequest(*type, escaped, formData, reqHeader), certificates_, limits_);
     logLine("HttpClient: waiting for server response...");
     const HttpReply reply = exchange.perform();
     status_ = reply.status;

@@ -72,6 +72,8 @@ bool ServerCommunicator::isAccessKeyExists() const {
            !configText(configuration_, "ACCESS_KEY").empty();
 }
 
+// What is signed in the order of the agreed interface; a swap is a signature that no server takes.
+// NOLINTNEXTLINE(bugprone-easily-swappable-parameters)
 std::optional<Value> ServerCommunicator::getAuthRequestHeaders(const std::string& signingKey,
                                                                const std::string& agentId,
                                                                const std::string& reqURI,
