@@ -52,7 +52,6 @@ void AppDelegate::applicationDidFinishLaunching() {
     // An interface description without its panel is a broken installation: stop where it shows.
     if (!window_ || !customBrowserWindow_)
         failAssertion();
-    machine_.defUser.clear();
     logLine("QUORLLoginAgent Application launched");
     appSupportDir_ = systemPaths().supportDirectory();
     logFileP_ = openApplicationLog(ownDirectory() + "/VantorixClient.log");
@@ -70,6 +69,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 
 void AppDelegate::appWillTerminate() {
     logLine("QUORLLoginAgent Application terminated");
+    if (application_.wantsNewStart())
+        ports_.keepServiceName();
     if (agentMessagingService_)
         agentMessagingService_->isServiceDone = true;
     if (webViewControl_)

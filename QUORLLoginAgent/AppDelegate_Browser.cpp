@@ -1,6 +1,7 @@
 #include "AppDelegate.h"
 #include "CertificateSettings.h"
 #include "ConfigParser.h"
+#include "Localization.h"
 #include "Log.h"
 #include "MFARequest.h"
 #include "NavigationPolicy.h"
@@ -31,6 +32,11 @@ void AppDelegate::initBrowser() {
     warnOfUncheckedCertificates(config);
     customBrowserWindow_->setTitle(configText(config, "PRODTITLE"));
     waitingWords_ = localized("IDS_STILL_WAITING");
+    const std::string language = localizationName(configText(config, "LOCALE_ID"), resources_);
+    application_.setWords({.panelTitle = localized("IDS_PANEL_TITLE"),
+                           .close = localized("IDS_MFA_OFFLINE_HTML_T6"),
+                           .maximize = localized("IDS_MAXIMIZE"),
+                           .rightToLeft = runsRightToLeft(language)});
 
     // Told once, here: it is loaded whatever the list says, since every refusal ends on it.
     if (decideNavigation(blankPage, config) == NavigationDecision::cancel)
@@ -46,7 +52,8 @@ void AppDelegate::initBrowser() {
     if (!image || !window_->setButtonImage(*image))
         logLine("initBrowser : no image for the link could be loaded");
 
-    const std::string buttonText = configText(config, "BUTTONTEXT");
+    const std::string buttonText =
+        isConfigured("BUTTONTEXT") ? configText(config, "BUTTONTEXT") : localized("IDS_PANEL_LINK");
     if (!buttonText.empty()) {
         window_->setButtonText(buttonText);
         const Point origin = window_->buttonTextFrame().origin;

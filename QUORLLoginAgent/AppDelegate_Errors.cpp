@@ -25,11 +25,14 @@ void AppDelegate::renderErrorPage() {
     if (errorPage_->offersReload())
         retryURL = getURLWithOperation(PortalOperation::selfService).value_or("");
     const Value& config = getLoginAgentParams();
-    errorPage_->draw(retryURL, errorFrameScript({.kind = errorPage_->kind(),
-                                                 .offersRetry = mayRetry(),
-                                                 .localeId = configText(config, "LOCALE_ID"),
-                                                 .help = configText(config, "HELP_TEXT")},
-                                                resources_));
+    errorPage_->draw(retryURL,
+                     errorFrameScript({.kind = errorPage_->kind(),
+                                       .offersRetry = mayRetry(),
+                                       .localeId = configText(config, "LOCALE_ID"),
+                                       .help = configText(config, "HELP_TEXT")},
+                                      resources_),
+                     // The page itself may not: markup in the message could speak there.
+                     [this](const std::string& words) { customBrowserWindow_->announce(words); });
 }
 
 bool AppDelegate::mayRetry() const {

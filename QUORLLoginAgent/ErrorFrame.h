@@ -25,7 +25,7 @@ Value errorFrameWords(const ErrorFrame& frame, const Resources& resources);
 /// and into the page as text: markup in them stays text.
 std::optional<std::string> errorFrameScript(const ErrorFrame& frame, const Resources& resources);
 
-/// Shows the frame with the message in it.
+/// Shows the frame with the message in it, and gives its words.
 inline constexpr const char* errorFrameShowScript = "showErrorFrame();";
 
 }  // namespace quorl

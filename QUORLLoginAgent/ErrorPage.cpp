@@ -60,13 +60,18 @@ void ErrorPage::didLoad(std::string_view url) {
         loading_ = false;
 }
 
-void ErrorPage::draw(std::string_view retryURL, const std::optional<std::string>& frameScript) {
+void ErrorPage::draw(std::string_view retryURL, const std::optional<std::string>& frameScript,
+                     std::function<void(const std::string&)> tell) {
     drawn_ = true;
     if (frameScript)
         webView_.evaluateJavaScript(*frameScript, nullptr);
     webView_.evaluateJavaScript(errorPageScript(text_, reload_, retryURL), nullptr);
     if (frameScript)
-        webView_.evaluateJavaScript(errorFrameShowScript, nullptr);
+        webView_.evaluateJavaScript(errorFrameShowScript,
+                                    [tell = std::move(tell)](const ScriptResult& words) {
+                                        if (words && *words)
+                                            tell(**words);
+                                    });
 }
 
 std::string errorPageScript(std::string_view message, bool reload, std::string_view retryURL) {

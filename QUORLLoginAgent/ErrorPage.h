@@ -3,6 +3,7 @@
 #include "ErrorKind.h"
 #include "WebView.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -38,8 +39,10 @@ class ErrorPage {
     const std::string& text() const { return text_; }
     ErrorKind kind() const { return kind_; }
     bool offersReload() const { return reload_; }
-    /// Draws the box into the page that the view shows, inside the frame where there is one.
-    void draw(std::string_view retryURL, const std::optional<std::string>& frameScript);
+    /// Draws the box into the page that the view shows, inside the frame where there is one. What
+    /// a frame says goes to `tell`, once it shows.
+    void draw(std::string_view retryURL, const std::optional<std::string>& frameScript,
+              std::function<void(const std::string&)> tell);
 
   private:
     WebView& webView_;

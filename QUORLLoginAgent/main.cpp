@@ -52,6 +52,7 @@ std::optional<int> runAction(const ArgumentDefaults& defaults) {
 struct Outcome {
     int status;
     bool newStart = false;
+    HeldName service = {};
 };
 
 Outcome runApplication() {
@@ -62,12 +63,17 @@ Outcome runApplication() {
     }
     LinuxPortSystem ports(systemPaths().runtimeDir,
                           {.ownAccount = secure_getenv("QUORL_SERVE_OWN_ACCOUNT") != nullptr});
-    AppDelegate delegate({**application, ports, mainBundle(), systemClock()});
-    delegate.applicationDidFinishLaunching();
-    // Here the log is open, and no page's process has been started yet that would inherit them.
-    const StandardStreamsInLog streams;
-    const int status = (*application)->run();
-    return {status, (*application)->wantsNewStart()};
+    int status = 0;
+    {
+        AppDelegate delegate({**application, ports, mainBundle(), systemClock()});
+        delegate.applicationDidFinishLaunching();
+        // Here the log is open, and no page's process has been started yet that would inherit them.
+        const StandardStreamsInLog streams;
+        status = (*application)->run();
+    }
+    if (!(*application)->wantsNewStart())
+        return {status};
+    return {status, true, ports.handOverService()};
 }
 
 }  // namespace
@@ -86,6 +92,6 @@ int main(int argc, char** argv) {
     const Outcome outcome = runApplication();
     if (!outcome.newStart)
         return outcome.status;
-    start.begin();
+    start.begin(outcome.service);
     return 1;
 }

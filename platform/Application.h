@@ -19,7 +19,8 @@ class Application {
     /// The panel of the interface description; null when it is not connected.
     virtual LoginPanel* loginPanel() = 0;
     virtual BrowserWindow* browserWindow() = 0;
-    /// The action of the panel's button and link text.
+    virtual void setWords(const WindowWords& words) = 0;
+    /// The action of the panel's button.
     virtual void setLinkAction(std::function<void()> action) = 0;
     /// Makes the web view inside the browser window. Its processes start at the first load.
     virtual std::unique_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) = 0;

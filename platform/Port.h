@@ -65,6 +65,9 @@ class PortSystem {
     /// Registers the bootstrap name and gives the port behind it; null when the name cannot be had
     /// (another live agent holds it, the folder cannot be written), with a log line that says why.
     virtual std::unique_ptr<Port> servicePortWithName(const std::string& name) = 0;
+    /// Keeps the bootstrap name beyond its port's end, for a start anew in this one's place. Where
+    /// names cannot be kept, nothing happens.
+    virtual void keepServiceName() {}
     /// A run loop for the calling thread.
     virtual std::unique_ptr<RunLoop> makeRunLoop() = 0;
 };

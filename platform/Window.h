@@ -32,6 +32,8 @@ class WindowDelegate {
     virtual void windowWasIdle() = 0;
 };
 
+enum class Announced { always, once };
+
 /// The browser window: title strip, progress bar, web view. Main thread only.
 class BrowserWindow {
   public:
@@ -60,9 +62,18 @@ class BrowserWindow {
     /// 0 to 100, drawn at once.
     virtual void setProgress(double value) = 0;
     virtual void setProgressHidden(bool hidden) = 0;
+    /// Has a screen reader speak these words, whatever has the focus; those that are said once, not
+    /// again before the window is hidden. While it is, nothing is said.
+    virtual void announce(const std::string& words, Announced how = Announced::always) = 0;
     /// A page is awaited from now on; after five seconds the window says these words. Empty: it has
     /// come, or nobody waits for it any more.
     virtual void awaitPage(const std::string& words) = 0;
+};
+
+/// What panel and window say of themselves, in the language of the login screen.
+struct WindowWords {
+    std::string panelTitle, close, maximize;
+    bool rightToLeft = false;
 };
 
 /// A colour as the system names it; components above 1 are clamped by the backend.

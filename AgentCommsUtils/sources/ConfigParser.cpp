@@ -93,8 +93,8 @@ class KeyDecryption {
     std::optional<AesKey> valueKey_ = valueKey();
 };
 
-// Puts the file's values into the settings; tells whether they are whole.
-ConfigState readInto(Value& settings, const std::string& path) {
+// Puts the file's values over the defaults; tells whether they are whole.
+ConfigState readInto(StoredConfig& config, const std::string& path) {
     if (!fileExists(path)) {
         logLine("getProductConfig: init failed : Config file : {} not found", path);
         return ConfigState::missing;
@@ -112,7 +112,8 @@ ConfigState readInto(Value& settings, const std::string& path) {
             continue;
         auto plain = isStoredEncrypted(key) ? keys.decrypted(key, *stored) : stored;
         whole = whole && plain;
-        settings[std::string(key)] = std::move(plain).value_or("");
+        config.settings[std::string(key)] = std::move(plain).value_or("");
+        config.named.emplace(key);
     }
     return whole ? ConfigState::whole : ConfigState::damaged;
 }
@@ -171,13 +172,17 @@ StoredConfig readConfig(const std::string& path) {
     StoredConfig config;
     for (const auto& [key, value] : defaults)
         config.settings[std::string(key)] = value;
-    config.state = readInto(config.settings, path);
+    config.state = readInto(config, path);
     return config;
 }
 
 ConfigState productConfigState() {
     getProductConfig(getConfigFilePath());
     return productConfig().state;
+}
+
+bool isConfigured(std::string_view key) {
+    return productConfig().named.contains(key);
 }
 
 void updatePostConfigData(const Value& configData, const std::string& path) {

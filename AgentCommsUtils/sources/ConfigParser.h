@@ -3,6 +3,7 @@
 #include "Value.h"
 
 #include <map>
+#include <set>
 #include <string>
 
 namespace quorl {
@@ -23,6 +24,7 @@ enum class ConfigState { missing, damaged, whole };
 /// What a file holds, over the defaults.
 struct StoredConfig {
     Value settings = Value::object();
+    std::set<std::string, std::less<>> named;  ///< the settings that the file itself gives
     ConfigState state = ConfigState::missing;
 };
 
@@ -32,6 +34,9 @@ StoredConfig readConfig(const std::string& path);
 
 /// The state of what getProductConfig() gives, which loads first where nothing has.
 ConfigState productConfigState();
+
+/// Whether what getProductConfig() gives for the key comes from the file and is no default.
+bool isConfigured(std::string_view key);
 
 /// Merges the texts of a dictionary into the file at the path. Nothing when a file is missing.
 void updatePostConfigData(const Value& configData, const std::string& path);

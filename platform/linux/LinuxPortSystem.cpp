@@ -19,11 +19,23 @@ std::unique_ptr<Port> LinuxPortSystem::servicePortWithName(const std::string& na
         logLine("LinuxPortSystem : the name {} cannot be had: {}", name, claimed.error());
         return nullptr;
     }
-    return ServicePort::make(std::move(*claimed), limits_);
+    const std::shared_ptr<ServiceName> service = std::move(*claimed);
+    const std::lock_guard lock(mutex_);
+    service_ = service;
+    return ServicePort::make(service, limits_);
 }
 
 std::unique_ptr<RunLoop> LinuxPortSystem::makeRunLoop() {
     return std::make_unique<PollRunLoop>();
+}
+
+void LinuxPortSystem::keepServiceName() {
+    const std::lock_guard lock(mutex_);
+    kept_ = service_.lock();
+}
+
+HeldName LinuxPortSystem::handOverService() {
+    return kept_ ? kept_->handOver() : HeldName();
 }
 
 }  // namespace quorl

@@ -40,13 +40,18 @@ NewStart::NewStart(char** arguments) : arguments_(arguments) {
     environment_.push_back(counted + std::to_string(newStarts() + 1));
 }
 
-void NewStart::begin() const {
+void NewStart::begin(const HeldName& name) const {
+    // Whatever a library left open without saying so.
+    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    std::string nameEntry;
     std::vector<char*> environment;
+    if (name.listener) {
+        nameEntry = bequeath(name);
+        environment.push_back(nameEntry.data());
+    }
     for (const std::string& entry : environment_)
         environment.push_back(const_cast<char*>(entry.c_str()));
     environment.push_back(nullptr);
-    // Whatever a library left open without saying so.
-    close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
     execve("/proc/self/exe", arguments_, environment.data());
     logLine("NewStart : {}", std::strerror(errno));
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "HeldName.h"
+
 #include <string>
 #include <vector>
 
@@ -11,8 +13,8 @@ class NewStart {
   public:
     explicit NewStart(char** arguments);
     /// Returns only when it fails. Nothing may be left open or running that the new start would
-    /// trip over.
-    void begin() const;
+    /// trip over, but the name that it takes up.
+    void begin(const HeldName& name) const;
 
   private:
     char** arguments_;

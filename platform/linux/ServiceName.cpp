@@ -56,7 +56,7 @@ tl::expected<void, std::string> checkReplaceable(const std::string& path,
 // The socket takes its name only when it already listens: who sees the name can connect.
 Result listenAt(const std::string& path) {
     constexpr int queueLength = 64;
-    const std::string unready = path + ".new";
+    const std::string unready = unreadyPath(path);
     const auto address = socketAddress(unready);
     if (!address)
         return tl::unexpected(path + ": the path is too long for a socket");
@@ -80,7 +80,9 @@ tl::expected<std::unique_ptr<ServiceName>, std::string> ServiceName::claim(
         return tl::unexpected(path + ": the path is too long for a socket");
     if (auto folder = prepareRuntimeFolder(runtimeDir); !folder)
         return tl::unexpected(folder.error());
-    Result lock = lockName(path + ".lock");
+    if (auto left = inheritedName(path))
+        return std::unique_ptr<ServiceName>(new ServiceName(std::move(*left), path));
+    Result lock = lockName(lockPath(path));
     if (!lock)
         return tl::unexpected(lock.error());
     if (auto replaceable = checkReplaceable(path, *address); !replaceable)
@@ -89,16 +91,17 @@ tl::expected<std::unique_ptr<ServiceName>, std::string> ServiceName::claim(
     if (!listener)
         return tl::unexpected(listener.error());
     return std::unique_ptr<ServiceName>(
-        new ServiceName(std::move(*lock), std::move(*listener), path));
+        new ServiceName({std::move(*lock), std::move(*listener)}, path));
 }
 
-ServiceName::ServiceName(FileDescriptor lock, FileDescriptor listener, std::string path)
-    : lock_(std::move(lock)), listener_(std::move(listener)), path_(std::move(path)) {}
+ServiceName::ServiceName(HeldName held, std::string path)
+    : held_(std::move(held)), path_(std::move(path)) {}
 
 ServiceName::~ServiceName() {
     // While the lock is still held. The lock file stays: removing it would let two agents each
     // lock a file of their own.
-    unlink(path_.c_str());
+    if (held_.listener)
+        unlink(path_.c_str());
 }
 
 }  // namespace quorl

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Handle.h"
+#include "HeldName.h"
 
 #include <tl/expected.hpp>
 
@@ -15,6 +15,7 @@ class ServiceName {
   public:
     /// Claims the name, replacing the socket that a dead agent left; the reason when another live
     /// agent holds it or the folder does not allow it. Makes the folder (mode 0755) when missing.
+    /// A name that the program before this one left is taken up as it is.
     static tl::expected<std::unique_ptr<ServiceName>, std::string> claim(
         const std::string& runtimeDir, const std::string& name);
     ~ServiceName();
@@ -22,13 +23,14 @@ class ServiceName {
     ServiceName& operator=(const ServiceName&) = delete;
 
     /// The listening socket; it does not block.
-    int listener() const { return listener_.get(); }
+    int listener() const { return held_.listener.get(); }
+    /// What holds the name, which is not given back then: for the program that follows.
+    HeldName handOver() { return std::move(held_); }
 
   private:
-    ServiceName(FileDescriptor lock, FileDescriptor listener, std::string path);
+    ServiceName(HeldName held, std::string path);
 
-    FileDescriptor lock_;
-    FileDescriptor listener_;
+    HeldName held_;
     std::string path_;
 };
 

@@ -29,7 +29,7 @@ itimerspec timerSetting(std::optional<std::chrono::steady_clock::time_point> at)
 
 }  // namespace
 
-std::unique_ptr<ServicePort> ServicePort::make(std::unique_ptr<ServiceName> name,
+std::unique_ptr<ServicePort> ServicePort::make(std::shared_ptr<ServiceName> name,
                                                ServiceLimits limits) {
     FileDescriptor timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC));
     if (!timer) {
@@ -39,7 +39,7 @@ std::unique_ptr<ServicePort> ServicePort::make(std::unique_ptr<ServiceName> name
     return std::unique_ptr<ServicePort>(new ServicePort(std::move(name), limits, std::move(timer)));
 }
 
-ServicePort::ServicePort(std::unique_ptr<ServiceName> name, ServiceLimits limits,
+ServicePort::ServicePort(std::shared_ptr<ServiceName> name, ServiceLimits limits,
                          FileDescriptor timer)
     : name_(std::move(name)),
       limits_(limits),

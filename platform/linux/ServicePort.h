@@ -30,7 +30,7 @@ struct ServiceLimits {
 class ServicePort final : public Port {
   public:
     /// Null, with a log line, when the system has no descriptors to give.
-    static std::unique_ptr<ServicePort> make(std::unique_ptr<ServiceName> name,
+    static std::unique_ptr<ServicePort> make(std::shared_ptr<ServiceName> name,
                                              ServiceLimits limits);
     ~ServicePort() override;
 
@@ -72,7 +72,7 @@ class ServicePort final : public Port {
     };
     enum class Receipt { peerStays, peerIsGone };
 
-    ServicePort(std::unique_ptr<ServiceName> name, ServiceLimits limits, FileDescriptor timer);
+    ServicePort(std::shared_ptr<ServiceName> name, ServiceLimits limits, FileDescriptor timer);
     void acceptPeer();
     bool admits(int socket);
     void pauseAccepting(int reason);
@@ -81,7 +81,7 @@ class ServicePort final : public Port {
     void dropSilentPeers(SteadyTime now);
     void setTimer();
 
-    std::unique_ptr<ServiceName> name_;
+    std::shared_ptr<ServiceName> name_;
     ServiceLimits limits_;
     FileDescriptor timer_;
     Watched listenerSource_;

@@ -19,13 +19,13 @@ function drawErrorFrame(words, style) {
 
     // All of it appears at once, so that a reader speaks of all of it.
     const alert = element("div", { role: "alert" },
-        warningSign(), element("h1", { id: "TITLE" }, words.title),
+        warningSign(), element("h1", {}, words.title),
         element("div", { id: "nativeErrDiv", ...words.message }),
         ...paragraph("advice", words.advice), ...paragraph("ask", words.ask), ...help(words.help));
     if (words.messageIsDetail)
         alert.append(alert.querySelector("#nativeErrDiv"));
     const buttons = element("div", { class: "buttons" }, ...words.buttons.map(({ label, link }) => {
-        const button = element("button", { type: "button", "aria-describedby": "TITLE" }, label);
+        const button = element("button", { type: "button" }, label);
         // The agent acts when it is asked whether this may be opened.
         button.addEventListener("click", () => location.assign(link));
         return button;
@@ -38,9 +38,12 @@ function drawErrorFrame(words, style) {
     closeOnEscape(words.buttons.at(-1).link);
 }
 
+// Gives what a reader is to say of it.
 function showErrorFrame() {
     document.querySelector("main").hidden = false;
     document.querySelector("button").focus({ preventScroll: true });
+    return document.querySelector("[role=alert]").innerText.replace(/\s*\n\s*/g, "\n")
+        .replace(/[^.!?:…。！？：\s]$/gmu, "$&.").replaceAll("\n", " ").trim();
 }
 
 function element(name, attributes, ...children) {

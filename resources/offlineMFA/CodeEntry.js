@@ -52,10 +52,18 @@ function onPaste(event) {
         insertBare(event.target, event.clipboardData.getData("text/plain"));
 }
 
+// The field hides what it holds, so its digits are drawn over it.
+function drawDigits() {
+    const digits = byId("DIGITS");
+    digits.textContent = byId("PASSCODE").value;
+    digits.scrollLeft = byId("PASSCODE").scrollLeft;
+}
+
 function tidyField(field) {
     const bare = bareCode(field.value);
     if (bare !== field.value)
         field.value = bare;
+    drawDigits();
 }
 
 function sendCode() {
@@ -109,7 +117,7 @@ function showRest() {
     byId("CONTINUE").removeAttribute("aria-disabled");
     addClass(byId("WAIT"), "hide");
     if (!isShown("ERRORTAB"))
-        notice(byId("CODELABEL").textContent);
+        tellReader("CODELABEL");
 }
 
 byId("AUTHFORM").addEventListener("submit", (event) => {
@@ -125,4 +133,10 @@ byId("PASSCODE").addEventListener("beforeinput", onBeforeInput);
 byId("PASSCODE").addEventListener("paste", onPaste);
 byId("PASSCODE").addEventListener("compositionend", (event) => tidyField(event.target));
 byId("PASSCODE").addEventListener("input", () => addClass(byId("ALERT"), "hide"));
+byId("PASSCODE").addEventListener("input", drawDigits);
+// The cursor takes the text along where there is more of it than room.
+document.addEventListener("selectionchange", drawDigits);
+// Said when the view came; whoever comes back to the field hears it again.
+byId("PASSCODE").addEventListener("blur", (event) =>
+    event.target.setAttribute("aria-describedby", "ALERTDATA WAIT T3"));
 document.querySelector(".code").addEventListener("click", () => byId("PASSCODE").focus());

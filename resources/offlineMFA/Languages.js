@@ -12,14 +12,14 @@ const languages = {
         },
     },
     de: {
-        heading: "Wie möchten Sie sich bestätigen?",
+        heading: "Wie möchten Sie Ihre Identität bestätigen?",
         wait: {
             one: "In %N% Sekunde können Sie den nächsten Code eingeben.",
             other: "In %N% Sekunden können Sie den nächsten Code eingeben.",
         },
     },
     fr: {
-        heading: "Comment souhaitez-vous vous identifier\u00a0?",
+        heading: "Comment confirmer votre identité\u00a0?",
         wait: {
             one: "Vous pourrez saisir un nouveau code dans %N% seconde.",
             many: "Vous pourrez saisir un nouveau code dans %N% secondes.",

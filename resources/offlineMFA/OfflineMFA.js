@@ -26,6 +26,10 @@ function loadResources() {
     root.lang = languageOf(i18nText.IDS_MFA_OFFLINE_HTML_T1 ?? "");
     root.dir = rightToLeft.includes(root.lang) ? "rtl" : "ltr";
     startTime();
+    if (isShown("AUTHTAB"))
+        tellReader("T2", "NAMES", "T3", "CODELABEL");
+    if (isShown("SHOW_LIMIT"))
+        tellReaderOnce("LIMIT");
 }
 
 // The organisation's own words on whom to ask.
@@ -65,39 +69,24 @@ function isShown(id) {
     return !byId(id).classList.contains("hide");
 }
 
-// Where the engine tells readers nothing of what appears, the window does.
-function tellReader(text) {
-    window.webkit.messageHandlers.reader?.postMessage(text);
+// The engine tells readers nothing of what appears, and of the code field's focus so that some of
+// them say nothing. So the window says what stands in these elements.
+function tellReader(...ids) {
+    postToReader(ids.map(sentenceIn).join(" "), false);
 }
 
-// At once, over whatever is being read. Each time an element of its own that comes with its words:
-// readers speak of one that appears, and not of a change in one.
-function announce(text) {
-    const words = document.createElement("p");
-    words.setAttribute("role", "alert");
-    words.textContent = text;
-    byId("ANNOUNCEMENT").replaceChildren(words);
-    tellReader(text);
+// Not again before the window closes, whatever pages come.
+function tellReaderOnce(...ids) {
+    postToReader(ids.map(sentenceIn).join(" "), true);
 }
 
-// When nothing else is being read; a notice that waits its turn is kept.
-function notice(text) {
-    const region = byId("NOTICE");
-    const line = document.createElement("p");
-    line.textContent = text;
-    setTimeout(() => region.append(line), 100);
-    setTimeout(() => line.remove(), 10000);
-    tellReader(text);
+function postToReader(words, once) {
+    window.webkit.messageHandlers.reader?.postMessage({ words: words.trim(), once });
 }
 
-// Readers that know no alerts of pages read what gets the focus, so it goes to the alert and back. The
-// first key brings it back before, and is kept.
-function visitAlert(field) {
-    byId("ALERT").focus({ preventScroll: true });
-    setTimeout(() => {
-        if (document.activeElement === byId("ALERT"))
-            field.focus();
-    }, 800);
+function sentenceIn(id) {
+    const text = isShown(id) ? byId(id).innerText.trim().replace(/\s+/g, " ") : "";
+    return text.replace(/[^.!?:…。！？：]$/u, "$&.");
 }
 
 function onAlertChange() {
@@ -106,13 +95,12 @@ function onAlertChange() {
         code.removeAttribute("aria-invalid");
         return;
     }
+    drawDigits(); // The agent has emptied the field.
     onAnswer();
     code.setAttribute("aria-invalid", "true");
-    code.setAttribute("aria-describedby", "ALERTDATA WAIT T3");
-    visitAlert(code);
+    code.focus({ preventScroll: true });
     byId(isShown("WAIT") ? "WAIT" : "ALERT").scrollIntoView({ block: "nearest" });
-    if (isShown("WAIT"))
-        announce(byId("WAIT").textContent);
+    tellReader("ALERTDATA", "WAIT");
 }
 
 // One slot per digit; a number that does not fit gets a plain field.
@@ -120,9 +108,9 @@ function onDigitsChange() {
     const code = byId("PASSCODE");
     const digits = Number(code.getAttribute("maxlength"));
     const fits = digits >= 1 && digits <= 10;
-    code.classList.toggle("slots", fits);
+    code.parentElement.classList.toggle("slots", fits);
     if (fits)
-        code.style.setProperty("--digits", digits);
+        code.parentElement.style.setProperty("--digits", digits);
 }
 
 // Said at these moments and not each second.
@@ -132,9 +120,12 @@ function onTick() {
     const [shownMinutes, shownSeconds] = byId("timer").textContent.split(":").map(Number);
     const left = shownMinutes * 60 + shownSeconds;
     byId("TIMERDIV").classList.toggle("last", left <= 30);
-    if (toldSeconds.includes(left))
-        notice(byId("TIMERLABEL").textContent + ": " +
-               spanInWords(document.documentElement.lang, left));
+    if (!toldSeconds.includes(left))
+        return;
+    const words = byId("TIMERLABEL").textContent + ": " +
+        spanInWords(document.documentElement.lang, left) + ".";
+    // After what a view that has just come says for itself.
+    setTimeout(() => postToReader(words, left === 120), 500);
 }
 
 function onChooseShown() {
@@ -145,7 +136,7 @@ function onChooseShown() {
 function onExpiry() {
     if (isShown("ERRORTAB") && !entry.isOver) {
         entry.isOver = true;
-        announce(byId("ERRORMSG1").textContent + " " + byId("ERRORMSG2").textContent);
+        tellReader("ERRORMSG1", "ERRORMSG2", "HELP");
     }
 }
 
@@ -169,8 +160,7 @@ byId("Exit").addEventListener("click", () => post({ METHOD: "onButtonExit" }));
 let isEscapeDown = false;
 document.addEventListener("keydown", (event) => {
     // A code that is typed before the field has the focus is for the field all the same.
-    const isForCode = document.activeElement === byId("ALERT") ||
-        (document.activeElement === document.body && event.key.length === 1);
+    const isForCode = document.activeElement === document.body && event.key.length === 1;
     if (isForCode && isShown("AUTHTAB"))
         byId("PASSCODE").focus();
     if (event.key === "Escape" && !event.isComposing)

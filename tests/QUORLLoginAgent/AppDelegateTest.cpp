@@ -19,6 +19,17 @@ namespace {
 
 using namespace test;
 
+TEST(PageScripts, AreTheAgreedTextsToTheLetter) {
+    const auto golden = [](const std::string& name) {
+        return TestSandbox::read(QUORL_TEST_DATA "/page-scripts/" + name);
+    };
+    EXPECT_EQ(errorPageScript("No way <b>in</b>", true, "https://h:1/x"), golden("error-page.js"));
+    EXPECT_EQ(fileInjectionScript(PageEvent::navigateComplete), golden("file-inputs-at-commit.js"));
+    EXPECT_EQ(fileInjectionScript(PageEvent::documentComplete),
+              golden("file-inputs-when-complete.js"));
+    EXPECT_EQ(authHeaderResultScript("{\"a\": 1}"), "handleAuthHeaderResult({\"a\": 1});");
+}
+
 class AppDelegateTest : public testing::Test {
   protected:
     /// Launches with these settings beside the usual server.
@@ -32,7 +43,9 @@ class AppDelegateTest : public testing::Test {
         const std::filesystem::path resourceFolder = sandbox.root() / "resources";
         std::filesystem::create_directories(resourceFolder / "xx.lproj");
         writePropertyListFile(resourceFolder / "xx.lproj/Localizable.strings",
-                              {{"IDS_SERVER_UNREACH", "unreachable"}});
+                              {{"IDS_SERVER_UNREACH", "unreachable"},
+                               {"IDS_MAXIMIZE", "larger"},
+                               {"IDS_PANEL_LINK", "forgotten"}});
         sandbox.write(sandbox.root() / "resources/resources/offlineMFA/OfflineMFA.htm", "page");
         sandbox.write(sandbox.root() / "resources/reset_icon.png", "icon");
         delegate.emplace(AppServices{application, ports, resources, clock});
@@ -76,6 +89,7 @@ TEST_F(AppDelegateTest, LaunchDressesPanelAndWindowFromTheConfiguration) {
     EXPECT_TRUE(application.menuBarHidden);
     EXPECT_EQ(application.window.title, "Sign in");
     EXPECT_EQ(application.panel.text, "Forgot it?");
+    EXPECT_EQ(application.words.maximize, "larger");
     EXPECT_EQ(application.panel.image, (sandbox.root() / "resources/reset_icon.png").string());
     EXPECT_EQ(application.panel.shownAt, (Rect{{1280 - 235, 0}, {215, 60}}));
     EXPECT_EQ(view->delegate().didReceiveAuthenticationChallenge(AuthenticationMethod::serverTrust),
@@ -86,6 +100,7 @@ TEST_F(AppDelegateTest, LaunchDressesPanelAndWindowFromTheConfiguration) {
 TEST_F(AppDelegateTest, ThePanelStaysHiddenAndAnyCertificatePassesWhenConfiguredSo) {
     launch({{"SHOW_RP_UA_LINK", "yes"}, {"RESTRICT_BADCERT", "False"}});
     EXPECT_FALSE(application.panel.visible);
+    EXPECT_EQ(application.panel.text, "forgotten");
     const auto answer = [&](AuthenticationMethod method) {
         return view->delegate().didReceiveAuthenticationChallenge(method);
     };

@@ -32,7 +32,7 @@ class OfflineFlowTest : public testing::Test {
                                       .dump());
         stage.startServer({"--users", users, "--token", "t=" + user});
         stage.configure({{"OFFLINE_MFA", "true"},
-                         {"INSTALLATION_KEY", AgentStage::encryptedKey("demo-installation-key")}});
+                         {"INSTALLATION_KEY", underTheValueKey("demo-installation-key")}});
         ASSERT_EQ(
             stage.run({"QUORLLoginAgent", "-action", "updateAgentStatus", "-status", "install"})
                 ->wait(),

@@ -32,7 +32,7 @@ class OnlineFlowTest : public testing::Test {
 
 TEST_F(OnlineFlowTest, RegistersThenAnswersWithWhatThePageSaysAboutATypedCode) {
     stage.startServer();
-    stage.configure({{"INSTALLATION_KEY", AgentStage::encryptedKey("demo-installation-key")}});
+    stage.configure({{"INSTALLATION_KEY", underTheValueKey("demo-installation-key")}});
     const std::string out = (stage.sandbox.root() / "action.out").string();
     const auto action = [&](const std::string& status) {
         return stage

@@ -4,6 +4,7 @@
 #include "AgentChannel.h"
 #include "AppDelegate.h"
 #include "FakeApplication.h"
+#include "FakePorts.h"
 #include "KeyedArchive.h"
 
 #include <deque>
@@ -66,7 +67,7 @@ struct Client {
     std::function<void()> onGone;
 };
 
-class Walk : public OfflineFlow, public PortSystem, public RunLoop {
+class Walk : public OfflineFlow, public PortSystem, public FakeRunLoop {
   protected:
     // Ports: the application's is made first, then the relay's own, one for each request.
     std::unique_ptr<Port> makePort() override {
@@ -77,20 +78,14 @@ class Walk : public OfflineFlow, public PortSystem, public RunLoop {
     std::unique_ptr<Port> servicePortWithName(const std::string&) override {
         return std::make_unique<QueuePort>(servicePort, appRequest);
     }
-    struct BorrowedLoop final : RunLoop {
+    struct BorrowedLoop final : FakeRunLoop {
         explicit BorrowedLoop(Walk& walk) : walk(walk) {}
-        void add(RunLoopSource&) override {}
-        void addForHangUp(RunLoopSource&) override {}
-        void remove(RunLoopSource&) override {}
         void runFor(std::chrono::milliseconds duration) override { walk.runFor(duration); }
         Walk& walk;
     };
     std::unique_ptr<RunLoop> makeRunLoop() override {
         return std::make_unique<BorrowedLoop>(*this);
     }
-    void add(RunLoopSource&) override {}
-    void addForHangUp(RunLoopSource&) override {}
-    void remove(RunLoopSource&) override {}
 
     /// The relay's thread walks, while the main one waits: nothing runs at the same time.
     void runFor(std::chrono::milliseconds) override {
@@ -99,7 +94,7 @@ class Walk : public OfflineFlow, public PortSystem, public RunLoop {
         page = app.webView;
         page->answer = [](const std::string&) { return ScriptResult("3"); };
         for (step = 0; step < steps && !HasFailure(); ++step) {
-            take(chance(16));
+            happen();
             if (chance(40) == 0)
                 settle();
         }
@@ -174,25 +169,15 @@ class Walk : public OfflineFlow, public PortSystem, public RunLoop {
 
     void ask() {
         const int number = ++numbers;
-        Value request = {{"NUMBER", number}};
-        switch (chance(7)) {
-            case 0:
-                request["MFA_REQUEST_URL"] = "/mfa";
-                break;
-            case 1:
-            case 2:
-                request.update({{"OFFLINE_MFA", true}, {"USER_NAME", chance(2) ? "anna" : "bert"}});
-                request["DOMAIN_NAME"] = chance(3) ? "CORP" : "NOBODY";
-                break;
-            case 3:
-                request["ERROR_MSG"] = chance(2) ? "text" : "";
-                break;
-            case 4:
-                request["MFA_ERROR_MSG"] = "IDS_UNKNOWN";
-                break;
-            default:
-                break;  // names no flow
-        }
+        const Value offline = {{"OFFLINE_MFA", true},
+                               {"USER_NAME", chance(2) ? "anna" : "bert"},
+                               {"DOMAIN_NAME", chance(3) ? "CORP" : "NOBODY"}};
+        const Value error = {{"ERROR_MSG", chance(2) ? "text" : ""}};
+        const Value none = Value::object();
+        const Value flows[] = {{{"MFA_REQUEST_URL", "/mfa"}},      offline, offline, error,
+                               {{"MFA_ERROR_MSG", "IDS_UNKNOWN"}}, none,    none};
+        Value request = flows[chance(7)];
+        request["NUMBER"] = number;
         PortMessage message{.msgid = MessageId::request, .components = {*archive(request)}};
         const int broken = chance(12);
         if (broken == 0)
@@ -276,61 +261,35 @@ class Walk : public OfflineFlow, public PortSystem, public RunLoop {
         page->userScripts.clear();
     }
 
-    void take(int what) {
-        switch (what) {
-            case 0:
-                if (chance(6) == 0)
-                    ask();
-                break;
-            case 1:
-                takeRequest();
-                break;
-            case 2:
-                deliver(appPort);
-                break;
-            case 3:
-                deliver(localPort);
-                break;
-            case 4:
-                if (chance(8) == 0)
-                    leave(std::max(1, numbers - chance(3)));
-                else
-                    hangUp();
-                break;
-            case 5:
-                load(chance(5) != 0);
-                break;
-            case 6:
-                answerScripts();
-                break;
-            case 7:
-                if (chance(20) == 0)
-                    page->delegate().webContentProcessDidTerminate();
-                break;
-            case 8:
-                if (chance(8) == 0 && app.window.visible)
-                    app.window.close();
-                break;
-            case 9:
-                if (chance(8) == 0 && app.panel.enabled)
-                    app.linkAction();
-                break;
-            case 10:
-                if (chance(8) == 0)
-                    app.window.sitIdle();
-                break;
-            case 11:
-                clock.set(std::chrono::seconds(chance(4) ? 59 : 100'000));
-                break;
-            case 12:
-                if (chance(6) == 0)
-                    page->delegate().decidePolicyForNavigationAction(
-                        chance(2) ? "https://evil.test/" : "http://server.test/");
-                break;
-            default:
-                post();
-                break;
-        }
+    /// One event; most that end something are rarer than what goes on.
+    void happen() {
+        WebViewDelegate& web = page->delegate();
+        const struct {
+            int oneIn;
+            std::function<void()> event;
+        } events[] = {
+            {6, [&] { ask(); }},
+            {1, [&] { takeRequest(); }},
+            {1, [&] { deliver(appPort); }},
+            {1, [&] { deliver(localPort); }},
+            {8, [&] { leave(std::max(1, numbers - chance(3))); }},
+            {1, [&] { hangUp(); }},
+            {1, [&] { load(chance(5) != 0); }},
+            {1, [&] { answerScripts(); }},
+            {20, [&] { web.webContentProcessDidTerminate(); }},
+            {8, [&] { app.window.visible ? app.window.close() : void(); }},
+            {8, [&] { app.panel.enabled ? app.linkAction() : void(); }},
+            {8, [&] { app.window.sitIdle(); }},
+            {1, [&] { clock.set(std::chrono::seconds(chance(4) ? 59 : 100'000)); }},
+            {12, [&] { web.decidePolicyForNavigationAction("https://evil.test/"); }},
+            {12, [&] { web.decidePolicyForNavigationAction("http://server.test/"); }},
+            {1, [&] { post(); }},
+            {1, [&] { post(); }},
+            {1, [&] { post(); }},
+        };
+        const auto& [oneIn, event] = events[chance(static_cast<int>(std::size(events)))];
+        if (chance(oneIn) == 0)
+            event();
     }
 
     void leave(int number) {

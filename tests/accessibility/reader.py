@@ -3,10 +3,12 @@
 
 reader.py outline            one line for each thing that shows: role, name, states
 reader.py act ROLE NAME      does the first action of the control
+reader.py listen             "ready", then one line for each thing that happens, until it is ended
 """
 import sys
 
 import pyatspi
+from gi.repository import GLib
 
 AGENT = "QUORLLoginAgent"
 STATES = {pyatspi.STATE_FOCUSED: "focused", pyatspi.STATE_CHECKED: "checked",
@@ -78,6 +80,31 @@ def act(role, name):
                 print("done" if action.doAction(0) else "refused", action.getName(0))
                 return
     sys.exit(f"no {role} {name}")
+
+
+# What is told, and of which events; names change in what is known here by events alone.
+TOLD = {"window:create": "comes", "window:destroy": "goes", "object:state-changed:focused": "focus",
+        "object:state-changed:showing": "says", "object:property-change:accessible-name": None}
+
+
+def tell(event):
+    name = next(kind for kind in TOLD if event.type.startswith(kind))
+    said = TOLD[name]
+    try:
+        source = event.source
+        if not said or (said in ("focus", "says") and not event.detail1) or \
+                (said == "says" and source.getRole() != pyatspi.ROLE_NOTIFICATION) or \
+                event.host_application.name != AGENT:
+            return
+        print(said, source.getRoleName(), f'"{source.name}"', flush=True)
+    except (AttributeError, RuntimeError, GLib.GError, LookupError):
+        pass  # gone by now
+
+
+def listen():
+    pyatspi.Registry.registerEventListener(tell, *TOLD)
+    print("ready", flush=True)
+    pyatspi.Registry.start()
 
 
 if __name__ == "__main__":

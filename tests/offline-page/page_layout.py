@@ -4,7 +4,7 @@ import struct
 # Texts that are cut or leave their box, overlap another one, or stand outside; controls too small.
 MEASURE = r"""
 const faults = [];
-const isVisible = (e) => e.checkVisibility() && !e.closest(".unseen") && !e.closest(".hide");
+const isVisible = (e) => e.checkVisibility() && !e.closest(".hide");
 const lines = (e) => {
     const range = document.createRange();
     return [...e.childNodes].filter((n) => n.nodeType === 3 && n.textContent.trim())
@@ -25,7 +25,7 @@ if (root.scrollLeft !== 0)
     faults.push("scrolls sideways by " + root.scrollLeft);
 root.scrollLeft = 0;
 for (const { e, lines } of texts) {
-    const home = e.closest("button, .radio-inline, #ALERT, header, main").getBoundingClientRect();
+    const home = e.closest("button, .radio-inline, #ALERT, #SHOW_LIMIT, header, main").getBoundingClientRect();
     for (const line of lines) {
         if (line.left < home.left - 1 || line.right > home.right + 1 ||
             line.top < home.top - 2 || line.bottom > home.bottom + 2)

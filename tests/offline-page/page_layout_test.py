@@ -6,9 +6,10 @@ import sys
 import page_layout
 import page_stage
 
-# Of the screens: 1024x768, 1280x800, 1920x1080, 3840x2160, portrait 1080x1920; then larger text.
+# Of the screens: 1024x768, 1280x800, 1920x1080, 3840x2160, portrait 1080x1920; then larger text, for
+# which the window's strip grows.
 LOOKS = [((716, 502), 1), ((896, 525), 1), ((1344, 721), 1), ((2688, 1477), 1), ((756, 1309), 1),
-         ((896, 525), 1.5), ((896, 525), 2), ((716, 502), 2), ((1344, 721), 2)]
+         ((896, 507), 1.5), ((896, 490), 2), ((716, 467), 2), ((1344, 686), 2)]
 VIEWS = {"verify": {}, "token": {"serial": "HT-0123456789", "limit": ("LIMIT_DAYS", 30), "digits": 8,
                                  "user": "maria.theresia.von.oesterreich", "domain": "CORP.EXAMPLE.ORG"},
          "wait": {}, "choose": {}, "expired": {}}

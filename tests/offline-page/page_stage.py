@@ -62,6 +62,8 @@ class PageStage:
         content = WebKit2.UserContentManager()
         content.connect("script-message-received::MACLoginAgent", self._on_message)
         content.register_script_message_handler("MACLoginAgent")
+        content.connect("script-message-received::reader", self._on_words)
+        content.register_script_message_handler("reader")
         self.view = WebKit2.WebView(user_content_manager=content)
         web = self.view.get_settings()
         web.set_hardware_acceleration_policy(WebKit2.HardwareAccelerationPolicy.NEVER)
@@ -72,6 +74,7 @@ class PageStage:
         self.window.resize(*size)
         self.window.show_all()
         self.messages = []
+        self.said = []
         self.answer = lambda message: None
 
     def look(self, size, theme="light", text_scale=1.0):
@@ -91,6 +94,10 @@ class PageStage:
         message = json.loads(result.get_js_value().to_string())
         self.messages.append(message)
         self.answer(message)
+
+    def _on_words(self, _, result):
+        words = json.loads(result.get_js_value().to_json(0))
+        self.said.append(words["words"] + (" (once)" if words["once"] else ""))
 
     def keys(self, number, *words):
         """Has xdotool press that many keys, and waits until the page saw them let go."""
@@ -150,6 +157,7 @@ class PageStage:
         self.load(PAGE.as_uri())
         self.run("var released = 0; addEventListener('keyup', () => { ++released; }, true)")
         self.messages.clear()
+        self.said.clear()
         table = texts(language)
         say = lambda key: table["IDS_MFA_OFFLINE_" + key]
         self.put("USERNAME", user)

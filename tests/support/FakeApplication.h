@@ -13,6 +13,7 @@ class FakeApplication final : public Application {
 
     FakeLoginPanel panel;
     FakeBrowserWindow window;
+    WindowWords words;
     bool menuBarHidden = false;
     std::optional<std::string> pagesFault;
     std::function<void()> linkAction;
@@ -23,6 +24,7 @@ class FakeApplication final : public Application {
 
     LoginPanel* loginPanel() override { return &panel; }
     BrowserWindow* browserWindow() override { return &window; }
+    void setWords(const WindowWords& told) override { words = told; }
     void setLinkAction(std::function<void()> action) override { linkAction = std::move(action); }
     std::unique_ptr<WebView> makeWebView(const WebViewConfiguration& configuration) override {
         auto view = std::make_unique<FakeWebView>(configuration);

@@ -43,7 +43,7 @@ class FakePort final : public Port {
     std::shared_ptr<FakeSendRight> right_ = std::make_shared<FakeSendRight>();
 };
 
-class FakeRunLoop final : public RunLoop {
+class FakeRunLoop : public RunLoop {
   public:
     void add(RunLoopSource&) override {}
     void addForHangUp(RunLoopSource&) override {}

@@ -22,10 +22,6 @@ class FakeWebView final : public WebView {
     std::string loading;
     std::vector<std::string> userScripts;
     std::vector<Cookie> cookies;
-    int stops = 0;
-    int clears = 0;
-    int cookieSaves = 0;
-    int redraws = 0;
     bool navigationGestures = true;
     /// What the page answers to a script.
     std::function<ScriptResult(const std::string&)> answer = [](const std::string&) {
@@ -40,13 +36,10 @@ class FakeWebView final : public WebView {
         files.push_back(path);
         loading = "file://" + path;
     }
-    void stopLoading() override { ++stops; }
+    void stopLoading() override {}
     void warmUp() override {}
-    void clear() override { ++clears; }
-    bool saveCookies(std::chrono::milliseconds) override {
-        ++cookieSaves;
-        return true;
-    }
+    void clear() override {}
+    bool saveCookies(std::chrono::milliseconds) override { return true; }
     void evaluateJavaScript(const std::string& script, ScriptCompletion completion) override {
         scripts.push_back(script);
         if (completion)
@@ -66,7 +59,7 @@ class FakeWebView final : public WebView {
     void setAllowsBackForwardNavigationGestures(bool allowed) override {
         navigationGestures = allowed;
     }
-    void setNeedsDisplay() override { ++redraws; }
+    void setNeedsDisplay() override {}
 
     /// Answers what is owed, in the order it was asked, until nothing is left.
     void deliver() {
@@ -81,7 +74,6 @@ class FakeWebView final : public WebView {
     std::vector<std::string> takeScripts() { return std::exchange(scripts, {}); }
 
     WebViewDelegate& delegate() const { return *configuration_.delegate; }
-    const WebViewConfiguration& configuration() const { return configuration_; }
 
   private:
     WebViewConfiguration configuration_;

@@ -2,6 +2,8 @@
 
 #include "Window.h"
 
+#include <vector>
+
 namespace quorl::test {
 
 /// A browser window without a screen: shown, hidden and closed by its rules, its delegate told as
@@ -15,12 +17,9 @@ class FakeBrowserWindow final : public BrowserWindow {
     bool key = false;
     int closes = 0;
     Rect shownAt;
-    Rect progressFrame;
     Rect webViewFrame;
-    double progressValue = 0;
     std::optional<std::chrono::milliseconds> idleLimit;
-    bool progressHidden = false;
-    std::string waitingWords;
+    std::vector<std::string> announced;
 
     void setDelegate(WindowDelegate* delegate) override { delegate_ = delegate; }
     void setTitle(const std::string& text) override { title = text; }
@@ -41,21 +40,12 @@ class FakeBrowserWindow final : public BrowserWindow {
             delegate_->windowWillClose();
         visible = key = false;
     }
-    void layOut(const Rect& progressBar, const Rect& webView) override {
-        progressFrame = progressBar;
-        webViewFrame = webView;
-    }
-    double progress() const override { return progressValue; }
-    void setProgress(double value) override { progressValue = value; }
-    void setProgressHidden(bool hidden) override { progressHidden = hidden; }
-    void awaitPage(const std::string& words) override { waitingWords = words; }
-
-    /// The user drags the window to another size.
-    void resize(Size size) {
-        shownAt.size = size;
-        if (delegate_)
-            delegate_->windowDidResize();
-    }
+    void layOut(const Rect&, const Rect& webView) override { webViewFrame = webView; }
+    double progress() const override { return 0; }
+    void setProgress(double) override {}
+    void setProgressHidden(bool) override {}
+    void announce(const std::string& words, Announced) override { announced.push_back(words); }
+    void awaitPage(const std::string&) override {}
 
     /// Nobody touches anything for a long time.
     void sitIdle() {
@@ -73,12 +63,10 @@ class FakeLoginPanel final : public LoginPanel {
     Size screen{1280, 800};
     Rect shownAt{{0, 0}, {200, 60}};
     Rect textFrame{{10, 10}, {180, 20}};
-    Color textColor;
     std::string image;
     std::string text;
     bool visible = false;
     bool enabled = true;
-    bool imageLoads = true;
 
     Size screenSize() const override { return screen; }
     Rect frame() const override { return shownAt; }
@@ -88,14 +76,13 @@ class FakeLoginPanel final : public LoginPanel {
     }
     void orderOut() override { visible = false; }
     bool setButtonImage(const std::string& path) override {
-        if (imageLoads)
-            image = path;
-        return imageLoads;
+        image = path;
+        return true;
     }
     void setButtonText(const std::string& value) override { text = value; }
     Rect buttonTextFrame() const override { return textFrame; }
     void setButtonTextOrigin(const Point& origin) override { textFrame.origin = origin; }
-    void setButtonTextColor(const Color& color) override { textColor = color; }
+    void setButtonTextColor(const Color&) override {}
     void setEnabled(bool value) override { enabled = value; }
 };
 

@@ -46,8 +46,8 @@ std::optional<std::string> admittingAddress(const std::string& onDisplay) {
 
 }  // namespace
 
-std::string joinAccessibilityBus() {
-    std::string onDisplay = accessibilityBusOnDisplay();
+std::string joinAccessibilityBus(Display* display) {
+    std::string onDisplay = display ? accessibilityBusOnDisplay(display) : std::string();
     if (const auto address = admittingAddress(onDisplay)) {
         setenv(busVariable, address->c_str(), 1);
         unsetenv("NO_AT_BRIDGE");
@@ -57,6 +57,10 @@ std::string joinAccessibilityBus() {
     // Else the toolkit asks the display for an address, which may name a program.
     setenv("NO_AT_BRIDGE", "1", 1);
     return {};
+}
+
+const char* joinedAccessibilityBus() {
+    return getenv(busVariable);
 }
 
 AccessibilityWatch::AccessibilityWatch(GdkDisplay* display, std::string joined,

@@ -7,13 +7,18 @@
 #include <functional>
 #include <string>
 
+struct _XDisplay;
+
 namespace quorl {
 
 /// Names the greeter's accessibility bus to the libraries when it lets us in, and none otherwise:
-/// one that refuses us would end the application. Before the toolkit starts, with the display and
-/// its authority in the environment. Gives the address of the bus that was joined, as it stands on
-/// the display; nothing when none was.
-std::string joinAccessibilityBus();
+/// one that refuses us would end the application. Before the toolkit starts; `display` may be null.
+/// Gives the address of the bus that was joined, as it stands on the display; nothing when none
+/// was.
+std::string joinAccessibilityBus(_XDisplay* display);
+
+/// The address by which the libraries reach the bus that was joined; null when none was.
+const char* joinedAccessibilityBus();
 
 /// Looks out for an accessibility bus that comes to the display later (the reader is switched on at
 /// the greeter, or a greeter anew brings a bus of its own), which the libraries take up at their

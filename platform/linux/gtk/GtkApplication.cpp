@@ -59,6 +59,13 @@ class GtkApplication final : public Application {
 
     LoginPanel* loginPanel() override { return panel_ ? &*panel_ : nullptr; }
     BrowserWindow* browserWindow() override { return window_ ? &*window_ : nullptr; }
+    void setWords(const WindowWords& words) override {
+        gtk_widget_set_default_direction(words.rightToLeft ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_LTR);
+        if (panel_)
+            panel_->setTitle(words.panelTitle);
+        if (window_)
+            window_->setWords(words);
+    }
     void setLinkAction(std::function<void()> action) override {
         if (panel_)
             panel_->setLinkAction(std::move(action));
@@ -209,10 +216,10 @@ tl::expected<std::unique_ptr<Application>, std::string> makeGtkApplication(
     // Beside all that follows: it takes as long as the toolkit's own start.
     surroundings.sandbox = std::make_unique<SandboxTrial>();
     nameAuthority();
-    // Without it the display would start itself anew when the look at its bus was its only client,
-    // and turn the toolkit away meanwhile.
-    const Handle<Display, XCloseDisplay> kept(XOpenDisplay(nullptr));
-    surroundings.accessibilityBus = joinAccessibilityBus();
+    // Open until the toolkit is on the display: one that loses its only client starts itself anew,
+    // and turns the toolkit away meanwhile.
+    const Handle<Display, XCloseDisplay> display(XOpenDisplay(nullptr));
+    surroundings.accessibilityBus = joinAccessibilityBus(display.get());
     auto home = makeHome();
     if (!home)
         return Failure(home.error());

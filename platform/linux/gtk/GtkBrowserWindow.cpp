@@ -8,13 +8,18 @@
 namespace quorl {
 namespace {
 
-constexpr int stripHeight = 27;
 constexpr int stripReach = 120;
 constexpr std::chrono::seconds waitWithoutWords{5};
 // Something is to be seen of a load that has only begun.
 constexpr double leastProgress = 0.05;
 constexpr int smallestWidth = 320;
 constexpr int smallestHeight = 240;
+constexpr int iconSize = 16;
+
+void setButtonWords(GtkWidget* button, const std::string& words) {
+    gtk_widget_set_tooltip_text(button, words.c_str());
+    atk_object_set_name(gtk_widget_get_accessible(button), words.c_str());
+}
 
 // What was copied or marked in the window; what another program holds is not ours to take.
 void forgetCopiedText(GtkWindow* window) {
@@ -33,8 +38,10 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
       content_(GTK_OVERLAY(gtk_builder_get_object(builder, "browserContent"))),
       strip_(GTK_WIDGET(gtk_builder_get_object(builder, "titleStrip"))),
       title_(GTK_LABEL(gtk_builder_get_object(builder, "titleLabel"))),
-      notification_(gtk_label_new(nullptr)),
-      progressBar_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBar"))),
+      closeButton_(GTK_WIDGET(gtk_builder_get_object(builder, "closeButton"))),
+      zoomButton_(GTK_WIDGET(gtk_builder_get_object(builder, "zoomButton"))),
+      progressBox_(GTK_WIDGET(gtk_builder_get_object(builder, "progressBox"))),
+      progressBar_(GTK_PROGRESS_BAR(gtk_builder_get_object(builder, "progressBar"))),
       waitingBand_(GTK_WIDGET(gtk_builder_get_object(builder, "waitingBand"))),
       waitingLabel_(GTK_LABEL(gtk_builder_get_object(builder, "waitingLabel"))),
       idle_(window_, [this] {
@@ -47,26 +54,34 @@ GtkBrowserWindow::GtkBrowserWindow(GtkBuilder* builder)
     limits.min_height = smallestHeight;
     gtk_window_set_geometry_hints(window_, nullptr, &limits, GDK_HINT_MIN_SIZE);
     setProgress(0);
-    gtk_widget_hide(progressBar_);
-    // Nothing of it is seen: it is there to be spoken of.
-    atk_object_set_role(gtk_widget_get_accessible(notification_), ATK_ROLE_NOTIFICATION);
-    gtk_overlay_add_overlay(content_, notification_);
-    gtk_overlay_set_overlay_pass_through(content_, notification_, TRUE);
+    gtk_widget_hide(progressBox_);
+    // Nothing of them is seen: they are there to be spoken of.
+    for (GtkWidget*& notification : notifications_) {
+        notification = gtk_label_new(nullptr);
+        AtkObject* accessible = gtk_widget_get_accessible(notification);
+        atk_object_set_role(accessible, ATK_ROLE_NOTIFICATION);
+        // A first name is no change of name, and readers would never hear of it.
+        atk_object_set_name(accessible, "");
+        gtk_overlay_add_overlay(content_, notification);
+        gtk_overlay_set_overlay_pass_through(content_, notification, TRUE);
+    }
     // A screen reader would speak of each of its steps.
-    atk_object_set_role(gtk_widget_get_accessible(progressBar_), ATK_ROLE_REDUNDANT_OBJECT);
+    atk_object_set_role(gtk_widget_get_accessible(GTK_WIDGET(progressBar_)),
+                        ATK_ROLE_REDUNDANT_OBJECT);
     gtk_widget_add_events(strip_, GDK_BUTTON_PRESS_MASK | GDK_BUTTON1_MOTION_MASK);
 
     signals_.connect<&GtkBrowserWindow::placeChild>(content_, "get-child-position", this);
     signals_.connect<&GtkBrowserWindow::configured>(window_, "configure-event", this);
     signals_.connect<&GtkBrowserWindow::mapped>(window_, "map-event", this);
     signals_.connect<&GtkBrowserWindow::keyPressed>(window_, "key-press-event", this);
+    signals_.connect<&GtkBrowserWindow::keyReleased>(window_, "key-release-event", this);
     signals_.connect<&GtkBrowserWindow::deleteRequested>(window_, "delete-event", this);
     signals_.connect<&GtkBrowserWindow::stripPressed>(strip_, "button-press-event", this);
     signals_.connect<&GtkBrowserWindow::stripDragged>(strip_, "motion-notify-event", this);
-    signals_.connect<&GtkBrowserWindow::close>(gtk_builder_get_object(builder, "closeButton"),
-                                               "clicked", this);
-    signals_.connect<&GtkBrowserWindow::zoom>(gtk_builder_get_object(builder, "zoomButton"),
-                                              "clicked", this);
+    signals_.connect<&GtkBrowserWindow::close>(closeButton_, "clicked", this);
+    signals_.connect<&GtkBrowserWindow::zoom>(zoomButton_, "clicked", this);
+    signals_.connect<&GtkBrowserWindow::followTextSize>(title_, "style-updated", this);
+    followTextSize();
     for (const char* change : {"monitors-changed", "size-changed"})
         signals_.connect<&GtkBrowserWindow::monitorsChanged>(
             gtk_widget_get_screen(GTK_WIDGET(window_)), change, this);
@@ -87,12 +102,26 @@ void GtkBrowserWindow::setWebWidget(GtkWidget* widget) {
     gtk_widget_grab_focus(widget);
 }
 
-// Readers speak of a notification when it comes to be shown.
-void GtkBrowserWindow::announce(const char* words) {
-    AtkObject* notification = gtk_widget_get_accessible(notification_);
-    gtk_widget_hide(notification_);
-    atk_object_set_name(notification, words);
-    gtk_widget_show(notification_);
+// Readers speak of a notification when it comes to be shown, by the words that it has when they get
+// to it; so the next words have another one.
+void GtkBrowserWindow::announce(const std::string& words, Announced how) {
+    if (words.empty() || !isVisible() ||
+        (how == Announced::once && !saidOnce_.insert(words).second))
+        return;
+    hideNotifications();
+    GtkWidget* notification = notifications_[announcements_++ % notifications_.size()];
+    atk_object_set_name(gtk_widget_get_accessible(notification), words.c_str());
+    gtk_widget_show(notification);
+}
+
+void GtkBrowserWindow::hideNotifications() {
+    for (GtkWidget* notification : notifications_)
+        gtk_widget_hide(notification);
+}
+
+void GtkBrowserWindow::setWords(const WindowWords& words) {
+    setButtonWords(closeButton_, words.close);
+    setButtonWords(zoomButton_, words.maximize);
 }
 
 void GtkBrowserWindow::setTitle(const std::string& title) {
@@ -164,7 +193,8 @@ void GtkBrowserWindow::makeKeyWindow() {
 void GtkBrowserWindow::orderOut() {
     wantsFocus_ = false;
     focus_.giveBack();
-    gtk_widget_hide(notification_);
+    hideNotifications();
+    saidOnce_.clear();
     gtk_widget_hide(GTK_WIDGET(window_));
     forgetCopiedText(window_);
 }
@@ -183,12 +213,11 @@ void GtkBrowserWindow::layOut(const Rect& progressBar, const Rect& webView) {
 
 void GtkBrowserWindow::setProgress(double value) {
     progress_ = value;
-    gtk_progress_bar_set_fraction(GTK_PROGRESS_BAR(progressBar_),
-                                  std::clamp(value / 100, leastProgress, 1.0));
+    gtk_progress_bar_set_fraction(progressBar_, std::clamp(value / 100, leastProgress, 1.0));
 }
 
 void GtkBrowserWindow::setProgressHidden(bool hidden) {
-    gtk_widget_set_visible(progressBar_, !hidden);
+    gtk_widget_set_visible(progressBox_, !hidden);
 }
 
 void GtkBrowserWindow::awaitPage(const std::string& words) {
@@ -224,16 +253,29 @@ gboolean GtkBrowserWindow::mapped(GdkEvent*) {
 }
 
 // A Tab that leaves the page comes twice: the engine moves the focus out, and then hands back the
-// key as one that it had no use for.
+// key as one that it had no use for. Escape in the page is the page's.
 gboolean GtkBrowserWindow::keyPressed(GdkEvent* event) {
     const GdkEventKey& key = event->key;
+    const bool inPage = gtk_window_get_focus(window_) == webWidget_;
+    escapeIsDown_ = key.keyval == GDK_KEY_Escape && !inPage;
+    if (escapeIsDown_)
+        return GDK_EVENT_STOP;
     if (key.keyval != GDK_KEY_Tab && key.keyval != GDK_KEY_ISO_Left_Tab)
         return GDK_EVENT_PROPAGATE;
     const bool handedBack = key.time == std::exchange(lastTab_, key.time);
-    if (!handedBack || !webWidget_ || gtk_window_get_focus(window_) == webWidget_)
+    if (!handedBack || !webWidget_ || inPage)
         return GDK_EVENT_PROPAGATE;
     // The view lets the next key that it gets pass by the page, and takes that for this one.
     gtk_widget_event(webWidget_, event);
+    return GDK_EVENT_STOP;
+}
+
+// When it is let go: a window that closes while the key is down loses the first key that is typed
+// into the next one.
+gboolean GtkBrowserWindow::keyReleased(GdkEvent* event) {
+    if (event->key.keyval != GDK_KEY_Escape || !std::exchange(escapeIsDown_, false))
+        return GDK_EVENT_PROPAGATE;
+    close();
     return GDK_EVENT_STOP;
 }
 
@@ -266,20 +308,20 @@ gboolean GtkBrowserWindow::stripDragged(GdkEvent* event) {
     const int y = static_cast<int>(std::lround(motion.y_root - drag_->y));
     place({std::clamp(x, monitor.x + stripReach - place_.width,
                       monitor.x + monitor.width - stripReach),
-           std::clamp(y, monitor.y, monitor.y + monitor.height - stripHeight), place_.width,
+           std::clamp(y, monitor.y, monitor.y + monitor.height - pagePlace().y), place_.width,
            place_.height});
     return GDK_EVENT_STOP;
 }
 
 gboolean GtkBrowserWindow::placeChild(GtkWidget* child, GdkRectangle* allocation) {
     if (child == strip_)
-        *allocation = {0, 0, place_.width, stripHeight};
-    else if (child == notification_)
+        *allocation = {0, 0, place_.width, pagePlace().y};
+    else if (std::ranges::find(notifications_, child) != notifications_.end())
         *allocation = {0, 0, 1, 1};
-    else if (child == progressBar_)
-        *allocation = fromTopLeft(progressRect_, place_.height);
+    else if (child == progressBox_)
+        *allocation = progressPlace();
     else if (child == webWidget_)
-        *allocation = fromTopLeft(webRect_, place_.height);
+        *allocation = pagePlace();
     else if (child == waitingBand_)
         *allocation = waitingPlace();
     else
@@ -287,11 +329,33 @@ gboolean GtkBrowserWindow::placeChild(GtkWidget* child, GdkRectangle* allocation
     return TRUE;
 }
 
+void GtkBrowserWindow::followTextSize() {
+    for (GtkWidget* button : {closeButton_, zoomButton_})
+        gtk_image_set_pixel_size(GTK_IMAGE(gtk_bin_get_child(GTK_BIN(button))),
+                                 static_cast<int>(std::lround(iconSize * textScale())));
+    gtk_widget_queue_resize(GTK_WIDGET(content_));
+}
+
+// Below the strip, which grows with the desktop's text size at the page's cost.
+GdkRectangle GtkBrowserWindow::pagePlace() const {
+    GdkRectangle page = fromTopLeft(webRect_, place_.height);
+    const int growth = static_cast<int>(std::lround(page.y * (textScale() - 1)));
+    page.y += growth;
+    page.height = std::max(1, page.height - growth);
+    return page;
+}
+
+GdkRectangle GtkBrowserWindow::progressPlace() const {
+    GdkRectangle bar = fromTopLeft(progressRect_, place_.height);
+    bar.y = pagePlace().y - bar.height;
+    return bar;
+}
+
 // Over the upper edge of the page, as a part of the strip that has come down.
-GdkRectangle GtkBrowserWindow::waitingPlace() {
+GdkRectangle GtkBrowserWindow::waitingPlace() const {
     int height = 0;
     gtk_widget_get_preferred_height_for_width(waitingBand_, place_.width, nullptr, &height);
-    const GdkRectangle page = fromTopLeft(webRect_, place_.height);
+    const GdkRectangle page = pagePlace();
     return {page.x, page.y, page.width, std::min(height, page.height)};
 }
 

@@ -7,7 +7,10 @@
 
 #include <gtk/gtk.h>
 
+#include <array>
 #include <optional>
+#include <set>
+#include <string>
 
 namespace quorl {
 
@@ -24,8 +27,8 @@ class GtkBrowserWindow final : public BrowserWindow {
     /// Puts the web view's widget into the window, where layOut() has told; null when it is about
     /// to be destroyed.
     void setWebWidget(GtkWidget* widget);
-    /// Has a screen reader speak these words, whatever has the focus.
-    void announce(const char* words);
+
+    void setWords(const WindowWords& words);
 
     void setDelegate(WindowDelegate* delegate) override { delegate_ = delegate; }
     void setTitle(const std::string& title) override;
@@ -45,19 +48,25 @@ class GtkBrowserWindow final : public BrowserWindow {
     double progress() const override { return progress_; }
     void setProgress(double value) override;
     void setProgressHidden(bool hidden) override;
+    void announce(const std::string& words, Announced how) override;
     void awaitPage(const std::string& words) override;
 
   private:
     void zoom();
     void place(const GdkRectangle& target);
+    void hideNotifications();
     void settled(const GdkRectangle& now);
     gboolean configured(GdkEvent* event);
     gboolean mapped(GdkEvent* event);
     gboolean keyPressed(GdkEvent* event);
+    gboolean keyReleased(GdkEvent* event);
     gboolean deleteRequested(GdkEvent* event);
     gboolean stripPressed(GdkEvent* event);
     gboolean stripDragged(GdkEvent* event);
-    GdkRectangle waitingPlace();
+    void followTextSize();
+    GdkRectangle pagePlace() const;
+    GdkRectangle progressPlace() const;
+    GdkRectangle waitingPlace() const;
     gboolean placeChild(GtkWidget* child, GdkRectangle* allocation);
     void monitorsChanged();
 
@@ -65,10 +74,15 @@ class GtkBrowserWindow final : public BrowserWindow {
     GtkOverlay* content_;
     GtkWidget* strip_;
     GtkLabel* title_;
-    GtkWidget* notification_;
-    GtkWidget* progressBar_;
+    GtkWidget* closeButton_;
+    GtkWidget* zoomButton_;
+    GtkWidget* progressBox_;
+    GtkProgressBar* progressBar_;
     GtkWidget* waitingBand_;
     GtkLabel* waitingLabel_;
+    std::array<GtkWidget*, 4> notifications_{};  ///< used in turn
+    std::size_t announcements_ = 0;
+    std::set<std::string> saidOnce_;  ///< since the window was hidden last
     GtkWidget* webWidget_ = nullptr;
     WindowDelegate* delegate_ = nullptr;
     GdkRectangle place_{};            ///< from the top left of the whole display
@@ -77,6 +91,7 @@ class GtkBrowserWindow final : public BrowserWindow {
     Rect webRect_;
     double progress_ = 0;
     bool wantsFocus_ = false;
+    bool escapeIsDown_ = false;
     guint32 lastTab_ = 0;        ///< the time stamp of the last Tab key
     std::optional<Point> drag_;  ///< where in the window the strip is held
     OneShotTimer patience_;

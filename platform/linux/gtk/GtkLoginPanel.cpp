@@ -3,14 +3,15 @@
 #include "ScreenGeometry.h"
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
 
 namespace quorl {
 namespace {
 
 constexpr int iconSize = 40;
-constexpr int textLines = 2;
-constexpr int textMargin = 10;  // padding and border of both sides
-constexpr const char* longTextClass = "long-text";
+constexpr int smallestTextHeight = 36;
+constexpr int textMargin = 20;  // above and below the text once it has been raised to the middle
 constexpr std::chrono::milliseconds raiseDelay{200};
 
 guint16 pangoComponent(double value) {
@@ -21,15 +22,19 @@ guint16 pangoComponent(double value) {
 
 GtkLoginPanel::GtkLoginPanel(GtkBuilder* builder)
     : window_(GTK_WINDOW(gtk_builder_get_object(builder, "loginPanel"))),
-      content_(GTK_WIDGET(gtk_builder_get_object(builder, "panelContent"))),
       button_(GTK_WIDGET(gtk_builder_get_object(builder, "controlButton"))),
-      image_(GTK_IMAGE(gtk_builder_get_object(builder, "controlImage"))),
-      link_(GTK_WIDGET(gtk_builder_get_object(builder, "buttonText"))),
-      label_(GTK_LABEL(gtk_builder_get_object(builder, "buttonLabel"))) {
-    int width = 0;
-    int height = 0;
-    gtk_window_get_default_size(window_, &width, &height);
-    frame_.size = {static_cast<double>(width), static_cast<double>(height)};
+      content_(GTK_WIDGET(gtk_builder_get_object(builder, "panelContent"))),
+      image_(GTK_WIDGET(gtk_builder_get_object(builder, "controlImage"))),
+      label_(GTK_WIDGET(gtk_builder_get_object(builder, "buttonLabel"))) {
+    GdkRectangle frame{};
+    gtk_window_get_default_size(window_, &frame.width, &frame.height);
+    frame_ = fromBottomLeft(frame, frame.height);
+    gtk_widget_get_size_request(image_, &frame.width, nullptr);
+    imageEnd_ = gtk_widget_get_margin_start(image_) + frame.width;
+    frame.x = imageEnd_ + gtk_widget_get_margin_start(label_);
+    frame.y = gtk_widget_get_margin_top(label_);
+    gtk_widget_get_size_request(label_, &frame.width, &frame.height);
+    textFrame_ = fromBottomLeft(frame, frame_.size.height);
 
     GdkScreen* screen = gtk_widget_get_screen(GTK_WIDGET(window_));
     // Nobody mixes see-through pixels with the screen below unless a compositor runs; and a window
@@ -43,8 +48,8 @@ GtkLoginPanel::GtkLoginPanel(GtkBuilder* builder)
 
     signals_.connect<&GtkLoginPanel::drawBackground>(window_, "draw", this);
     signals_.connect<&GtkLoginPanel::clicked>(button_, "clicked", this);
-    signals_.connect<&GtkLoginPanel::clicked>(link_, "clicked", this);
-    signals_.connect<&GtkLoginPanel::showPointingHand>(link_, "map", this);
+    signals_.connect<&GtkLoginPanel::showPointingHand>(button_, "map", this);
+    signals_.connect<&GtkLoginPanel::textChanged>(label_, "style-updated", this);
     signals_.connect<&GtkLoginPanel::monitorsChanged>(screen, "monitors-changed", this);
     signals_.connect<&GtkLoginPanel::monitorsChanged>(screen, "size-changed", this);
     signals_.connect<&GtkLoginPanel::visibilityChanged>(window_, "visibility-notify-event", this);
@@ -86,41 +91,56 @@ bool GtkLoginPanel::setButtonImage(const std::string& path) {
     if (!pixels)
         return false;
     cairo_surface_t* surface = gdk_cairo_surface_create_from_pixbuf(pixels.get(), scale, nullptr);
-    gtk_image_set_from_surface(image_, surface);
+    gtk_image_set_from_surface(GTK_IMAGE(image_), surface);
     cairo_surface_destroy(surface);
     return true;
 }
 
 void GtkLoginPanel::setButtonText(const std::string& text) {
-    gtk_label_set_text(label_, text.c_str());
-    gtk_widget_set_tooltip_text(button_, text.c_str());
-    atk_object_set_name(gtk_widget_get_accessible(button_), text.c_str());
-    GtkStyleContext* style = gtk_widget_get_style_context(GTK_WIDGET(label_));
-    gtk_style_context_remove_class(style, longTextClass);
-    if (!fits(text))
-        gtk_style_context_add_class(style, longTextClass);
-}
-
-// Whether the text stays within the lines that its place has room for.
-bool GtkLoginPanel::fits(const std::string& text) const {
-    const GObjectHandle<PangoLayout> layout(
-        gtk_widget_create_pango_layout(GTK_WIDGET(label_), text.c_str()));
-    const int room = static_cast<int>(buttonTextFrame().size.width) - textMargin;
-    pango_layout_set_width(layout.get(), room * PANGO_SCALE);
-    pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD_CHAR);
-    return pango_layout_get_line_count(layout.get()) <= textLines;
-}
-
-Rect GtkLoginPanel::buttonTextFrame() const {
-    GdkRectangle frame{};
-    gtk_container_child_get(GTK_CONTAINER(content_), link_, "x", &frame.x, "y", &frame.y, nullptr);
-    gtk_widget_get_size_request(link_, &frame.width, &frame.height);
-    return fromBottomLeft(frame, frame_.size.height);
+    gtk_label_set_text(GTK_LABEL(label_), text.c_str());
+    textChanged();
 }
 
 void GtkLoginPanel::setButtonTextOrigin(const Point& origin) {
-    const GdkRectangle place = fromTopLeft({origin, buttonTextFrame().size}, frame_.size.height);
-    gtk_fixed_move(GTK_FIXED(content_), link_, place.x, place.y);
+    textFrame_.origin = origin;
+    textChanged();
+}
+
+// The panel grows to the left with the desktop's text size, and upwards for a text that is long.
+void GtkLoginPanel::textChanged() {
+    growth_ = std::round(textFrame_.size.width * (textScale() - 1));
+    const int width = narrowestWidth(static_cast<int>(textFrame_.size.width + growth_));
+    int height = 0;
+    gtk_widget_set_size_request(label_, width, -1);
+    gtk_widget_set_margin_start(label_, 0);
+    gtk_widget_set_margin_top(label_, 0);
+    gtk_widget_get_preferred_height_for_width(label_, width, nullptr, &height);
+    height = std::max(height, smallestTextHeight);
+    gtk_widget_set_size_request(label_, width, height);
+    textFrame_.size.height = height;
+    frame_.size.height = height + 2 * textMargin;
+    const GdkRectangle text = fromTopLeft(textFrame_, frame_.size.height);
+    gtk_widget_set_margin_start(label_, text.x - imageEnd_);
+    gtk_widget_set_margin_top(label_, text.y);
+    if (gtk_widget_get_visible(GTK_WIDGET(window_)))
+        place();
+}
+
+// In which the text takes no more lines than in that width, none of them a lone last word.
+int GtkLoginPanel::narrowestWidth(int width) const {
+    const GObjectHandle<PangoLayout> layout(
+        gtk_widget_create_pango_layout(label_, gtk_label_get_text(GTK_LABEL(label_))));
+    pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD);
+    const auto lines = [&](int room) {
+        int widest = 0;
+        pango_layout_set_width(layout.get(), room * PANGO_SCALE);
+        pango_layout_get_pixel_size(layout.get(), &widest, nullptr);
+        return widest <= room ? pango_layout_get_line_count(layout.get()) : INT_MAX;
+    };
+    const int fewest = lines(width);
+    while (fewest != INT_MAX && lines(width - 1) == fewest)
+        --width;
+    return width;
 }
 
 void GtkLoginPanel::setButtonTextColor(const Color& color) {
@@ -131,12 +151,11 @@ void GtkLoginPanel::setButtonTextColor(const Color& color) {
                                                                        pangoComponent(color.blue)));
     pango_attr_list_insert(attributes.get(),
                            pango_attr_foreground_alpha_new(pangoComponent(color.alpha)));
-    gtk_label_set_attributes(label_, attributes.get());
+    gtk_label_set_attributes(GTK_LABEL(label_), attributes.get());
 }
 
 void GtkLoginPanel::setEnabled(bool enabled) {
     gtk_widget_set_sensitive(button_, enabled);
-    gtk_widget_set_sensitive(link_, enabled);
     showPointingHand();
 }
 
@@ -147,7 +166,10 @@ void GtkLoginPanel::clicked() {
 
 void GtkLoginPanel::place() {
     const GdkRectangle monitor = loginMonitor();
-    const GdkRectangle place = fromTopLeft(frame_, monitor.height);
+    Rect frame = frame_;
+    frame.origin.x -= growth_;
+    frame.size.width += growth_;
+    const GdkRectangle place = fromTopLeft(frame, monitor.height);
     gtk_widget_set_size_request(content_, place.width, place.height);
     gtk_window_move(window_, monitor.x + place.x, monitor.y + place.y);
 }
@@ -184,13 +206,13 @@ gboolean GtkLoginPanel::visibilityChanged(GdkEvent* event) {
 }
 
 void GtkLoginPanel::showPointingHand() {
-    const bool enabled = gtk_widget_get_sensitive(link_);
+    GdkWindow* events = gtk_button_get_event_window(GTK_BUTTON(button_));
+    if (!events)
+        return;
+    const bool enabled = gtk_widget_get_sensitive(button_);
     const GObjectHandle<GdkCursor> hand(
-        gdk_cursor_new_from_name(gtk_widget_get_display(link_), enabled ? "pointer" : "default"));
-    for (GtkWidget* widget : {button_, link_}) {
-        if (GdkWindow* events = gtk_button_get_event_window(GTK_BUTTON(widget)))
-            gdk_window_set_cursor(events, hand.get());
-    }
+        gdk_cursor_new_from_name(gtk_widget_get_display(button_), enabled ? "pointer" : "default"));
+    gdk_window_set_cursor(events, hand.get());
 }
 
 }  // namespace quorl

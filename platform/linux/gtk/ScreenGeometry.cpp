@@ -1,5 +1,6 @@
 #include "ScreenGeometry.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace quorl {
@@ -29,6 +30,11 @@ GdkRectangle loginWorkArea() {
     if (GdkMonitor* screen = monitor())
         gdk_monitor_get_workarea(screen, &area);
     return area;
+}
+
+double textScale() {
+    constexpr double usualResolution = 96;
+    return std::max(1.0, gdk_screen_get_resolution(gdk_screen_get_default()) / usualResolution);
 }
 
 GdkRectangle fromTopLeft(const Rect& rect, double containerHeight) {

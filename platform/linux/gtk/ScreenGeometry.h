@@ -12,6 +12,9 @@ GdkRectangle loginMonitor();
 /// Its part that a zoomed window may cover.
 GdkRectangle loginWorkArea();
 
+/// How much larger than usual the desktop wants its texts; never smaller.
+double textScale();
+
 /// Where a rectangle given from the bottom left of a container of that height lies, counted from
 /// the top left, in whole pixels.
 GdkRectangle fromTopLeft(const Rect& rect, double containerHeight);

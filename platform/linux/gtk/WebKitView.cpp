@@ -56,6 +56,7 @@ void WebKitView::startEngine() {
 void WebKitView::disconnectView() {
     signals_.disconnectAll();
     lockdown_.reset();
+    readable_.reset();
     if (surroundings_.window)
         surroundings_.window->setWebWidget(nullptr);
 }
@@ -85,6 +86,7 @@ void WebKitView::connectView() {
         installUserScript(source);
     if (surroundings_.window)
         surroundings_.window->setWebWidget(GTK_WIDGET(view));
+    readable_.emplace(GTK_WIDGET(view));
 }
 
 void WebKitView::evaluateJavaScript(const std::string& script, ScriptCompletion completion) {

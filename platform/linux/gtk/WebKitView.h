@@ -5,6 +5,7 @@
 #include "GtkBrowserWindow.h"
 #include "LoadTracker.h"
 #include "Lockdown.h"
+#include "ReadablePage.h"
 #include "SessionState.h"
 #include "WebKitEngine.h"
 #include "WebView.h"
@@ -68,6 +69,7 @@ class WebKitView final : public WebView {
     void renew();
     void finishRenewal();
     void warmNow();
+    void loadWarmPage();
 
     // What the engine tells (WebKitView_Events.cpp)
     gboolean decidePolicy(WebKitPolicyDecision* decision, WebKitPolicyDecisionType type);
@@ -104,6 +106,7 @@ class WebKitView final : public WebView {
     std::vector<std::string> userScripts_;
     std::optional<WebKitEngine> engine_;
     std::optional<Lockdown> lockdown_;
+    std::optional<ReadablePage> readable_;
     std::optional<CookieJar> cookies_;
     bool cookiesRestored_ = false;
     bool savingCookies_ = false;

@@ -344,10 +344,13 @@ void WebKitView::messageReceived(WebKitJavascriptResult* result) {
 // alone: another's could speak for the login screen while nobody looks at it.
 void WebKitView::announcementReceived(WebKitJavascriptResult* result) {
     JSCValue* value = webkit_javascript_result_get_js_value(result);
-    if (!surroundings_.window || !committedURL_.starts_with("file:") || !jsc_value_is_string(value))
+    if (!surroundings_.window || !isFilePage(committedURL_) || !jsc_value_is_object(value))
         return;
-    const GCharHandle words(jsc_value_to_string(value));
-    surroundings_.window->announce(words.get());
+    const GObjectHandle<JSCValue> words(jsc_value_object_get_property(value, "words"));
+    const GObjectHandle<JSCValue> once(jsc_value_object_get_property(value, "once"));
+    surroundings_.window->announce(
+        GCharHandle(jsc_value_to_string(words.get())).get(),
+        jsc_value_to_boolean(once.get()) ? Announced::once : Announced::always);
 }
 
 }  // namespace quorl

@@ -1,3 +1,4 @@
+#include "AccessibilityJoin.h"
 #include "Log.h"
 #include "PageHeaders.h"
 #include "SessionState.h"
@@ -104,10 +105,18 @@ void WebKitView::load(PageRequest request) {
 void WebKitView::proceed() {
     if (due_ != Renewal::none)
         return;
-    loadWaits_ = false;
     startEngine();
     used_ = true;
-    afterCookies([this] { begin(); });
+    // A process that is to be readable before its first page has to be started without one.
+    if (joinedAccessibilityBus() && !readable_->isAsked())
+        loadWarmPage();
+    readable_->whenReadable([this] {
+        if (!std::exchange(loadWaits_, false))
+            return;
+        tracker_.requested();
+        startTimer(request_.timeout);
+        afterCookies([this] { begin(); });
+    });
 }
 
 void WebKitView::afterCookies(std::function<void()> step) {

@@ -100,6 +100,11 @@ void WebKitView::warmUp() {
 void WebKitView::warmNow() {
     startEngine();
     restoreCookies([] {});
+    loadWarmPage();
+}
+
+void WebKitView::loadWarmPage() {
+    readable_->ask();
     tracker_.expect(blankPage, LoadTracker::Purpose::warmUp);
     webkit_web_view_load_html(engine_->view(), warmPage, nullptr);
 }

@@ -31,9 +31,4 @@ std::string accessibilityBusOnDisplay(Display* display) {
     return {reinterpret_cast<const char*>(bytes), size};
 }
 
-std::string accessibilityBusOnDisplay() {
-    const Handle<Display, XCloseDisplay> display(XOpenDisplay(nullptr));
-    return display ? accessibilityBusOnDisplay(display.get()) : std::string();
-}
-
 }  // namespace quorl

@@ -10,7 +10,5 @@ namespace quorl {
 /// window, from where every toolkit takes it. Empty when there is none. Whatever a client of the
 /// display wrote there: it is to be checked.
 std::string accessibilityBusOnDisplay(_XDisplay* display);
-/// The same on the display that the environment names, over a connection of its own.
-std::string accessibilityBusOnDisplay();
 
 }  // namespace quorl

@@ -38,12 +38,11 @@ TEST(PacketCodec, WritesAndReadsTheLayoutToTheByte) {
 }
 
 TEST(PacketCodec, RefusesWhatBreaksARule) {
-    struct Case {
+    const struct {
         const char* name;
         Bytes packet;
         const char* reason;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"empty", {}, "shorter than its header"},
         {"header cut", ofSize(15), "shorter than its header"},
         {"first byte of the magic", with(0, {0x52}), "wrong magic"},
@@ -57,7 +56,7 @@ TEST(PacketCodec, RefusesWhatBreaksARule) {
         {"more components than bytes", with(8, {3}), "lengths do not add up"},
         {"too long", ofSize(maxPacketSize + 1), "too long"},
     };
-    for (const Case& test : cases) {
+    for (const auto& test : cases) {
         const auto message = decodePacket(test.packet);
         ASSERT_FALSE(message) << test.name;
         EXPECT_EQ(message.error(), test.reason) << test.name;

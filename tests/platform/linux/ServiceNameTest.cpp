@@ -3,7 +3,9 @@
 #include "SocketAddress.h"
 #include "TestSandbox.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 
 namespace quorl::test {
@@ -44,6 +46,29 @@ TEST_F(ServiceNameTest, ALiveNameCannotBeTakenAndIsFreeAgainAfterwards) {
     first->reset();
     EXPECT_FALSE(std::filesystem::exists(path_));
     EXPECT_TRUE(claim());
+}
+
+TEST_F(ServiceNameTest, GoesOnInTheProgramThatFollowsWithWhoeverWaits) {
+    auto first = claim();
+    ASSERT_TRUE(first);
+    for (const bool taken : {true, false}) {
+        HeldName held = (*first)->handOver();
+        std::string entry = bequeath(held);
+        held.lock.release();
+        held.listener.release();
+        const auto waiting = connectToService(folder_, "service", std::chrono::seconds(1));
+        ASSERT_TRUE(waiting);
+        putenv(entry.data());
+        if (!taken)
+            std::filesystem::remove(path_);
+        first = claim();
+        ASSERT_TRUE(first) << first.error();
+        EXPECT_EQ(FileDescriptor(accept((*first)->listener(), nullptr, nullptr)).get() >= 0, taken);
+        // Its pages' processes are none of those that follow.
+        EXPECT_EQ(fcntl((*first)->listener(), F_GETFD), FD_CLOEXEC);
+        EXPECT_EQ(getenv("QUORL_HELD_NAME"), nullptr);
+    }
+    EXPECT_TRUE(answers());
 }
 
 TEST_F(ServiceNameTest, TheSocketOfADeadAgentIsReplaced) {

@@ -65,12 +65,9 @@ std::string told(const std::string& words) {
 }
 
 TEST(LoadEvents, BelongToTheLoadThatWasAskedForLast) {
-    struct Case {
-        const char* name;
-        const char* events;
-        const char* told;
-    };
-    const Case cases[] = {
+    const struct {
+        const char *name, *events, *told;
+    } cases[] = {
         {"two at once", "request page:a request page:b policy:a policy:b start commit:b finish",
          "ignore ask start commit finish"},
         {"replaced on its way",
@@ -107,25 +104,24 @@ TEST(LoadEvents, BelongToTheLoadThatWasAskedForLast) {
          "finish",
          "ask start commit finish"},
     };
-    for (const Case& tried : cases)
+    for (const auto& tried : cases)
         EXPECT_EQ(told(tried.events), tried.told) << tried.name;
 }
 
 TEST(LoadEvents, CertificatesOfSeveralFaultsHaveOneCode) {
-    struct Case {
+    const int early = G_TLS_CERTIFICATE_NOT_ACTIVATED, late = G_TLS_CERTIFICATE_EXPIRED,
+              issuer = G_TLS_CERTIFICATE_UNKNOWN_CA, host = G_TLS_CERTIFICATE_BAD_IDENTITY;
+    const struct {
         int faults;
         bool selfSigned;
         int code;
-    };
-    const int early = G_TLS_CERTIFICATE_NOT_ACTIVATED, late = G_TLS_CERTIFICATE_EXPIRED,
-              issuer = G_TLS_CERTIFICATE_UNKNOWN_CA, host = G_TLS_CERTIFICATE_BAD_IDENTITY;
-    const Case cases[] = {
+    } cases[] = {
         {early, false, -1204},         {early | late | issuer, false, -1204},
         {late | issuer, true, -1201},  {issuer, false, -1203},
         {issuer | host, false, -1203}, {issuer, true, -1202},
         {host, false, -1202},          {G_TLS_CERTIFICATE_REVOKED, false, -1202},
     };
-    for (const Case& tried : cases)
+    for (const auto& tried : cases)
         EXPECT_EQ(
             certificateErrorCode(static_cast<GTlsCertificateFlags>(tried.faults), tried.selfSigned),
             tried.code)

@@ -133,11 +133,9 @@ TEST_F(PageLoading, AFormBringsTheSitesOwnCookiesAndFollowsRedirects) {
 
 TEST_F(PageLoading, FailuresCarryTheirCodes) {
     startServer();
-    struct Case {
-        std::string url;
-        std::string told;
-    };
-    const Case cases[] = {
+    const struct {
+        std::string url, told;
+    } cases[] = {
         {"https://127.0.0.1:1/", "failed before commit -1"},  // a port that pages may not use
         {"https://127.0.0.1:5/", "failed before commit -1004"},
         {"https://nowhere.invalid/", "failed before commit -1003"},
@@ -146,7 +144,7 @@ TEST_F(PageLoading, FailuresCarryTheirCodes) {
         {url("/page/download"), "failed before commit -1"},
         {"http" + url("/page/echo").substr(5), "failed before commit -1"},  // never goes out
     };
-    for (const Case& tried : cases) {
+    for (const auto& tried : cases) {
         for (const bool form : {false, true}) {
             SCOPED_TRACE(tried.url + (form ? " with a body" : ""));
             PageRequest request{.url = tried.url};

@@ -7,33 +7,6 @@
 
 namespace quorl::test {
 
-NavigationDecision RecordingDelegate::decidePolicyForNavigationAction(const std::string& url) {
-    events.push_back("policy " + url);
-    return policy(url);
-}
-
-void RecordingDelegate::didFinishNavigation(const std::string& url) {
-    events.push_back("finish " + url);
-}
-
-void RecordingDelegate::didFailNavigation(const LoadError& error) {
-    events.push_back("failed " + std::to_string(error.code));
-    errors.push_back(error);
-}
-
-void RecordingDelegate::didFailProvisionalNavigation(const LoadError& error) {
-    events.push_back("failed before commit " + std::to_string(error.code));
-    errors.push_back(error);
-}
-
-void RecordingDelegate::didReceiveScriptMessage(const std::string& channel,
-                                                const std::optional<std::string>& body,
-                                                const MessageSource& source) {
-    events.push_back("message on " + channel);
-    messages.push_back(body);
-    sources.push_back(source.pageURL);
-}
-
 std::size_t RecordingDelegate::count(const std::string& event) const {
     return static_cast<std::size_t>(std::ranges::count_if(
         events, [&](const std::string& told) { return told.starts_with(event); }));

@@ -28,23 +28,38 @@ class RecordingDelegate final : public WebViewDelegate {
         return NavigationDecision::allow;
     };
 
-    NavigationDecision decidePolicyForNavigationAction(const std::string& url) override;
+    NavigationDecision decidePolicyForNavigationAction(const std::string& url) override {
+        events.push_back("policy " + url);
+        return policy(url);
+    }
     void didStartProvisionalNavigation() override { events.push_back("start"); }
     void didCommitNavigation() override { events.push_back("commit"); }
-    void didFinishNavigation(const std::string& url) override;
-    void didFailNavigation(const LoadError& error) override;
-    void didFailProvisionalNavigation(const LoadError& error) override;
+    void didFinishNavigation(const std::string& url) override { events.push_back("finish " + url); }
+    void didFailNavigation(const LoadError& error) override { noteFailure("failed ", error); }
+    void didFailProvisionalNavigation(const LoadError& error) override {
+        noteFailure("failed before commit ", error);
+    }
     ChallengeAnswer didReceiveAuthenticationChallenge(AuthenticationMethod) override {
         return certificates;
     }
     void didReceiveScriptMessage(const std::string& channel, const std::optional<std::string>& body,
-                                 const MessageSource& source) override;
+                                 const MessageSource& source) override {
+        events.push_back("message on " + channel);
+        messages.push_back(body);
+        sources.push_back(source.pageURL);
+    }
     void estimatedProgressChanged(double value) override { progress.push_back(value); }
     void webContentProcessDidTerminate() override { events.push_back("terminated"); }
 
     std::size_t count(const std::string& event) const;
     /// The events since the last call, in one text. URLs without their host.
     std::string take();
+
+  private:
+    void noteFailure(const char* what, const LoadError& error) {
+        events.push_back(what + std::to_string(error.code));
+        errors.push_back(error);
+    }
 };
 
 /// The real application on a display of its own, its real web view, and the self-service server.
