@@ -1,6 +1,6 @@
 #include "MachineDomain.h"
 #include "Subprocess.h"
-#include "TestSandbox.h"
+#include "UserRecords.h"
 
 #include <utmp.h>
 
@@ -183,6 +183,37 @@ TEST_F(DiscoveryTest, FindsTheLastUser) {
         EXPECT_EQ(discovered().defUser, row.user);
         // One more is due: without bindings and Kerberos their step fails.
         EXPECT_EQ(lines.count("Exception : "), row.exceptions + 1) << lines.text();
+    }
+}
+
+TEST_F(DiscoveryTest, UserRecordsTellTheLocalFilesFromTheDomainService) {
+    // "root" is known to the name service of every machine, and here not to the local files.
+    lay({{tool, "Active Directory Domain = corp.example.test\n"},
+         {"etc/passwd", "# comment\nbroken\nada:x:1000:1000::/home/ada:/bin/sh\n"}});
+    EXPECT_EQ(getUserDomain("ada"), "LOCAL_ACCOUNT");
+    EXPECT_TRUE(log.has("pam_kesh: getUserDomain - LOCAL_ACCOUNT\n"));
+    EXPECT_EQ(getUserDomain("root"), "corp.example.test");
+    EXPECT_TRUE(log.has("nodeLocation - /Active Directory/CORP/corp.example.test\n"));
+    EXPECT_EQ(getUserDomain("no such user"), std::nullopt);
+    EXPECT_TRUE(log.has("pam_kesh: getUserDomain - (null)\n"));
+}
+
+TEST_F(DiscoveryTest, OfSeveralRecordsTheFirstThatIsLocalOrOfTheMachinesDomainWins) {
+    const auto record = [](const std::string& node) { return UserRecord{"ada", {node}, {node}}; };
+    const UserRecord local = record("/Local/Default");
+    const UserRecord corp = record("/Active Directory/CORP/Corp.Test");
+    const UserRecord other = record("/Active Directory/OTHER/other.test");
+    const struct {
+        std::string machineDomain;
+        std::vector<UserRecord> records;
+        std::string domain;
+    } rows[] = {{"corp.test", {other, corp, local}, "Corp.Test"},
+                {"corp.test", {other, local, corp}, "LOCAL_ACCOUNT"},
+                {"Corp.Test", {corp, local}, "LOCAL_ACCOUNT"},
+                {"Corp.Test", {other, corp}, "other.test"}};
+    for (const auto& row : rows) {
+        lay({{tool, "Active Directory Domain = " + row.machineDomain + "\n"}});
+        EXPECT_EQ(getUserDomain(row.records), row.domain);
     }
 }
 

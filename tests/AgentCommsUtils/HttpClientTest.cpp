@@ -56,13 +56,11 @@ TEST_F(HttpClientTest, TheBodyDecidesTheResultAndTheStatusNothing) {
     const std::string json = "/reply?type=application/json";
     const std::string text = "/reply?type=text/html";
     const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
-    struct Case {
-        std::string path;
-        std::string body;
-        Value result;
-    };
     const Value noBody = {{"ERROR_MSG", "No response received from the server"}};
-    const Case cases[] = {
+    const struct {
+        std::string path, body;
+        Value result;
+    } cases[] = {
         {json, R"({"a": [1, true, null]})", {{"a", {1, true, nullptr}}}},
         {"/reply?type=Application/JSON;charset=utf-8", R"(["]"])", Value::array({"]"})},
         {json, R"({"a": )", nullptr},
@@ -81,8 +79,8 @@ TEST_F(HttpClientTest, TheBodyDecidesTheResultAndTheStatusNothing) {
            "<!doctype html><title>Not found</title>"
            "<p>No such page.</p>"}}},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(post(server.url(c.path), c.body), c.result) << c.path << " " << c.body;
+    for (const auto& [path, body, result] : cases)
+        EXPECT_EQ(post(server.url(path), body), result) << path << " " << body;
 }
 
 TEST_F(HttpClientTest, ABrokenExchangeIsAnErrorInTheTransportsWords) {
@@ -107,17 +105,11 @@ TEST_F(HttpClientTest, ABrokenExchangeIsAnErrorInTheTransportsWords) {
 
 TEST_F(HttpClientTest, EachMethodCarriesWhatIsItsOwn) {
     const TestServer server;
-    struct Case {
-        const char* type;
-        const char* path;
-        const char* parameters;
-        const char* form;
-        const char* target;
-        const char* body;
-        std::vector<std::string> contentType;
-    };
     const std::string formType = "application/x-www-form-urlencoded";
-    const Case cases[] = {
+    const struct {
+        const char *type, *path, *parameters, *form, *target, *body;
+        std::vector<std::string> contentType;
+    } cases[] = {
         {"GET", "/nope", "a=b c", "f=1", "/nope?a=b%2520c", "", {}},
         {"GET", "/nope", "a=1&b=2", "", "/nope?a=1&b=2", "", {}},
         {"GET", "/a/../b\"", "", "", "/a/../b%22", "", {}},
@@ -125,7 +117,7 @@ TEST_F(HttpClientTest, EachMethodCarriesWhatIsItsOwn) {
         {"POST", "/nope?x=%20", "", "", "/nope?x=%2520", "", {}},
         {"PUT", "/nope", "a=1", "a=1", "/nope", "", {}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.type) + " " + c.target);
         HttpClient(CertificatePolicy::restrict)
             .makeSyncRequest(c.type, server.url(c.path), c.parameters, c.form, {});

@@ -5,11 +5,7 @@
 #include "TestClock.h"
 #include "TestServer.h"
 
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-
-#include <functional>
 
 namespace quorl::test {
 namespace {
@@ -40,15 +36,9 @@ class ServerCommunicatorTest : public testing::Test {
     }
     Value stored() const { return readPropertyListFile(configFile).value(); }
     std::string log() const { return TestSandbox::read(sandbox.support() / "VantorixClient.log"); }
-    /// Runs the function in a process of its own, as an earlier run of the agent would.
-    static bool inAnotherProcess(const std::function<bool()>& function) {
-        const pid_t child = fork();
-        if (child == 0)
-            _exit(function() ? 0 : 1);
-        int status = -1;
-        waitpid(child, &status, 0);
-        return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-    }
+    static bool registers() { return ServerCommunicator(systemClock()).isAccessKeyExists(); }
+    /// In a process of its own, as an earlier run of the agent would.
+    static bool registersElsewhere() { return endsWell(inChild(registers)); }
 
     TestSandbox sandbox;
     std::string configFile = sandbox.support() / "config.plist";
@@ -76,9 +66,7 @@ TEST_F(ServerCommunicatorTest, ASignatureIsTheOneThatOpenSSLComputes) {
 TEST_F(ServerCommunicatorTest, AnAgentRegistersOnceAndIsKnownFromThenOn) {
     const TestServer server("server", serverSwitches());
     configure(server.port());
-    ASSERT_TRUE(inAnotherProcess([] {
-        return ServerCommunicator(systemClock()).isAccessKeyExists();
-    })) << log();
+    ASSERT_TRUE(registersElsewhere()) << log();
 
     ASSERT_EQ(server.requests().size(), 1u);
     const std::string form = server.requests()[0]["body"];
@@ -158,7 +146,7 @@ TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
     std::size_t tries = 0;
     for (const std::string& text : replies) {
         TestSandbox::write(reply, text);
-        EXPECT_FALSE(ServerCommunicator(systemClock()).isAccessKeyExists()) << text;
+        EXPECT_FALSE(registers()) << text;
         EXPECT_EQ(TestSandbox::read(configFile), before) << text;
         EXPECT_EQ(server.requests().size(), ++tries);
     }
@@ -167,7 +155,7 @@ TEST_F(ServerCommunicatorTest, AReplyThatIsNotWholeCostsNothing) {
 
     // The installation key has survived all that.
     TestSandbox::write(reply, withProperty("agent_id", "7"));
-    EXPECT_TRUE(ServerCommunicator(systemClock()).isAccessKeyExists());
+    EXPECT_TRUE(registers());
 }
 
 // A full disk, for root too: the file may not grow beyond its size.
@@ -175,30 +163,24 @@ TEST_F(ServerCommunicatorTest, AnIdentityThatCannotBeStoredLeavesTheInstallation
     const TestServer server("server", serverSwitches());
     configure(server.port(), {{"FILL", std::string(200'000, 'x')}});
     const std::string before = TestSandbox::read(configFile);
-    EXPECT_TRUE(inAnotherProcess([] {
+    EXPECT_TRUE(endsWell(inChild([] {
         signal(SIGXFSZ, SIG_IGN);
         const rlimit small{.rlim_cur = 150'000, .rlim_max = 150'000};
         setrlimit(RLIMIT_FSIZE, &small);
-        return !ServerCommunicator(systemClock()).isAccessKeyExists();
-    }));
+        return !registers();
+    })));
     EXPECT_EQ(TestSandbox::read(configFile), before);
-    EXPECT_TRUE(ServerCommunicator(systemClock()).isAccessKeyExists());
+    EXPECT_TRUE(registers());
 }
 
 TEST_F(ServerCommunicatorTest, OfAgentsThatRegisterAtOnceOneAsksAndAllHoldItsIdentity) {
     const TestServer server("server", serverSwitches());
     configure(server.port());
     std::vector<pid_t> children;
-    for (int i = 0; i < 6; ++i) {
-        children.push_back(fork());
-        if (children.back() == 0)
-            _exit(ServerCommunicator(systemClock()).isAccessKeyExists() ? 0 : 1);
-    }
-    for (const pid_t child : children) {
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
+    for (int i = 0; i < 6; ++i)
+        children.push_back(inChild(registers));
+    for (const pid_t child : children)
+        EXPECT_TRUE(endsWell(child));
     EXPECT_EQ(server.requests().size(), 1u);
     EXPECT_EQ(stored()["AGENT_ID"], "agent 7");
 }
@@ -210,17 +192,14 @@ TEST_F(ServerCommunicatorTest, ARegistrationThatIsKilledLeavesAllOrNothing) {
     };
     configure(server.port());
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_TRUE(
-        inAnotherProcess([] { return ServerCommunicator(systemClock()).isAccessKeyExists(); }));
+    ASSERT_TRUE(registersElsewhere());
     const auto whole = inMicroseconds(std::chrono::steady_clock::now() - start);
 
     constexpr int kills = 60;
     int registered = 0;
     for (int i = 0; i < kills; ++i) {
         configure(server.port());
-        const pid_t child = fork();
-        if (child == 0)
-            _exit(ServerCommunicator(systemClock()).isAccessKeyExists() ? 0 : 1);
+        const pid_t child = inChild(registers);
         // From early in it to well past its end, however fast the machine is just now.
         usleep(static_cast<useconds_t>(whole * (5 + i) / 25));
         kill(child, SIGKILL);
@@ -232,8 +211,7 @@ TEST_F(ServerCommunicatorTest, ARegistrationThatIsKilledLeavesAllOrNothing) {
         EXPECT_EQ(left["INSTALLATION_KEY"] == "", holdsIdentity) << left;
         EXPECT_EQ(left["UNKNOWN"], "kept");
         // The next start goes on from there, and clears away what the killed one left.
-        ASSERT_TRUE(
-            inAnotherProcess([] { return ServerCommunicator(systemClock()).isAccessKeyExists(); }));
+        ASSERT_TRUE(registersElsewhere());
         for (const auto& entry : std::filesystem::directory_iterator(sandbox.support()))
             EXPECT_EQ(entry.path().string().find(".part-"), std::string::npos) << entry.path();
     }

@@ -1,7 +1,6 @@
 #include "EnrollmentFixture.h"
 #include "OfflineLimits.h"
-
-#include <sys/wait.h>
+#include "Subprocess.h"
 
 namespace quorl::test {
 namespace {
@@ -177,18 +176,15 @@ TEST_F(OfflineLimitsTest, EverySuccessIsCountedUntilTheLimitOfAttempts) {
 TEST_F(OfflineLimitsTest, NoSuccessIsLostWhenProcessesCountAtOnce) {
     store(user, record(2, 1000, 0, 0));
     std::vector<pid_t> children;
-    for (int i = 0; i < 3; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
+    for (int i = 0; i < 3; ++i)
+        children.push_back(inChild([&] {
             EnrollmentHandler handler(clock);
             for (int successes = 0; successes < 15; ++successes)
                 handler.isAttemptLimitedReached(user);
-            _exit(0);
-        }
-        children.push_back(child);
-    }
+            return true;
+        }));
     for (const pid_t child : children)
-        waitpid(child, nullptr, 0);
+        EXPECT_TRUE(endsWell(child));
     EXPECT_EQ(attempts(), 45);
 }
 

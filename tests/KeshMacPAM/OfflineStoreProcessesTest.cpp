@@ -9,20 +9,11 @@
 namespace quorl {
 namespace {
 
+using test::endsWell;
+using test::inChild;
 using test::modeOf;
 using test::StoreTest;
 using test::TestSandbox;
-
-/// A process that goes on with the test's memory and runs the work.
-template <class Work>
-pid_t inChild(Work work) {
-    const pid_t child = fork();
-    if (child == 0) {
-        work();
-        _exit(0);
-    }
-    return child;
-}
 
 TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
     ASSERT_TRUE(OfflineDataHandler::setDataEncryptionKey());
@@ -46,6 +37,7 @@ TEST_F(StoreTest, IsTheOldOrTheNewWhenKilledAtAnyMoment) {
         const pid_t child = inChild([&] {
             for (std::size_t next = 1 - current;; next = 1 - next)
                 OfflineDataHandler::replaceRecord("u", contents[next], clock);
+            return false;
         });
         std::this_thread::sleep_for(std::chrono::nanoseconds(moment(random)));
         kill(child, SIGKILL);
@@ -76,11 +68,11 @@ TEST_F(StoreTest, MakesOneKeyBetweenProcessesThatMissItAtOnce) {
     std::vector<pid_t> children;
     for (const std::string name : {"a", "b", "c"})
         children.push_back(inChild([&] {
-            OfflineDataHandler::ensureDataEncryptionKey();
-            OfflineDataHandler::setOfflineData(name, "K", 1);
+            return OfflineDataHandler::ensureDataEncryptionKey() &&
+                   OfflineDataHandler::setOfflineData(name, "K", 1);
         }));
     for (const pid_t child : children)
-        waitpid(child, nullptr, 0);
+        EXPECT_TRUE(endsWell(child));
     EXPECT_EQ(OfflineDataHandler::getEnrolledUserList().size(), 3U);
 }
 

@@ -5,7 +5,7 @@ import os
 import pwd
 import time
 
-from machine import code, processes, run, text_of, wait_for
+from machine import processes, run, text_of, wait_for
 from terminal import Failed
 
 # What LightDM's log holds for each greeter that it lets the agent come with.
@@ -44,12 +44,14 @@ def session_owners():
     return {pwd.getpwuid(os.stat(f"/proc/{pid}").st_uid).pw_name for pid in processes("probe")}
 
 
-def log_in(logins, name, pages=1):
-    logins._identify(name)
-    logins._wait_for_page(pages)
-    logins._type(code())
-    wait_for(f"the session of {name}", lambda: os.path.exists(f"/var/tmp/sessions/{name}"), 20)
-    wait_for("the agent's end", lambda: not processes("QUORLLoginAgent"), 8)
+def ends_in_order(do):
+    """What is done ends the agent, which takes its leave as it should."""
+    agent = processes("QUORLLoginAgent")[0]
+    do()
+    wait_for("the agent's end", lambda: agent not in processes("QUORLLoginAgent"), 10)
+    status = wait_for("the agent's status", lambda: text_of("/run/agent.status") or text_of("/run/agent.before"), 10)
+    if status.strip() != "0":
+        raise Failed(f"the agent ended with status {status}")
 
 
 def comes_with_greeters_alone(logins, greeters, seconds=3):
@@ -65,29 +67,22 @@ def comes_with_greeters_alone(logins, greeters, seconds=3):
 def switched(logins):
     """Two people, each with a session on a display of their own, let in by one agent after another."""
     first, second = logins.machine.person(), logins.machine.person()
-    log_in(logins, first)
+    logins._log_in(first)
     display = switch_to_greeter(logins, 2)
     logins._show("second greeter")
-    log_in(logins, second, 2)
+    logins._log_in(second, pages=2, others=[first])
     shown = text_of(f"/var/tmp/sessions/{second}").strip()
     if shown != display or text_of(f"/var/tmp/sessions/{first}").strip() == display:
         raise Failed(f"the second session is on {shown}")
-    if session_owners() != {first, second}:
-        raise Failed(f"sessions of {session_owners()}")
     return f"second session on {display}"
 
 
 def greeter_gone(logins):
     """The second greeter's X server goes; the session on the first display goes on, without an agent."""
     first = logins.machine.person()
-    log_in(logins, first)
+    logins._log_in(first)
     display = switch_to_greeter(logins, 2)
-    agent = processes("QUORLLoginAgent")[0]
-    os.kill(x_servers()[display], 9)
-    wait_for("the agent's end", lambda: agent not in processes("QUORLLoginAgent"), 10)
-    status = wait_for("the agent's status", lambda: text_of("/run/agent.status") or text_of("/run/agent.before"), 10)
-    if status.strip() != "0":
-        raise Failed(f"the agent ended with status {status}")
+    ends_in_order(lambda: os.kill(x_servers()[display], 9))
     comes_with_greeters_alone(logins, 2)
     if session_owners() != {first}:
         raise Failed(f"sessions of {session_owners()}")

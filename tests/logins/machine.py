@@ -5,7 +5,6 @@ import base64
 import crypt
 import fcntl
 import glob
-import hashlib
 import json
 import os
 import plistlib
@@ -17,10 +16,12 @@ import subprocess
 import sys
 import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 PROJECT = "/project"
 SUPPORT = "/var/lib/QUORLLoginAgent"
 CONFIG = f"{SUPPORT}/config.plist"
+STORE_PROGRAM = f"{PROJECT}/tests/KeshMacPAM/offline_store.py"
 PASSWORD = "Correct-Horse-7"
 SECRET = "JBSWY3DPEHPK3PXPJBSWY3DPEHPK3PXP"
 DOMAIN = "EXAMPLE.TEST"
@@ -108,6 +109,9 @@ class Journal:
 
     def lines(self, *words):
         return [line for line in self.text.splitlines() if all(word in line for word in words)]
+
+    def has(self, name, *words):
+        wait_for(f"the journal's line of {name} with {words}", lambda: self.lines(f"user={name}", *words), 8)
 
 
 class Machine:
@@ -214,14 +218,9 @@ class Machine:
             stored = plistlib.load(file).get("ACCESS_KEY", "")
         return aes(base64.b64decode(stored), bytes.fromhex(self.value_key()), "-d").decode() if stored else ""
 
-    def _file_key(self):
-        derived = hashlib.pbkdf2_hmac("sha256", self.access_key().encode(), b"", 10000, 32)
-        return base64.b64encode(derived)[:32]
-
     def enroll(self, *names):
         """Makes the offline store anew, with these people's records and nobody else's."""
         access_key = self.access_key()
-        dek = base64.b64encode(os.urandom(32))
         secret = base64.b64encode(aes(SECRET.encode(), bytes.fromhex(access_key))).decode()
         method = {"AUTH_DISPLAY_NAME": "Phone", "SECRET_KEY": secret, "ALGORITHM_TYPE": "SHA1",
                   "DIGITS": 6, "EXPIRY_TIME": 30, "AUTH_VARIANCE": 1}
@@ -229,20 +228,15 @@ class Machine:
             "POLICY_DATA": POLICY, "LAST_SYNC_TIME": 1,
             "USER_DATA": {"SUCCESSFUL_OFFLINE_MFA_ATTEMPTS": 0, "LAST_ONLINE_MFA_TIME": 1,
                           "AUTH_ENROLLMENT": {"3": method}}} for name in names}
-        key_text = json.dumps({"DATA_ENCRYPTION_KEY": dek.decode()}).encode()
-        for file, content in (("dekey.key", aes(key_text, self._file_key())),
-                              ("offline-data.json", aes(json.dumps(records).encode(), dek[:32]))):
-            with open(f"{SUPPORT}/{file}", "wb") as out:
-                out.write(content)
+        run("python3", STORE_PROGRAM, "write", SUPPORT, access_key, stdin=json.dumps(records))
+        for file in ("dekey.key", "offline-data.json"):
             shutil.chown(f"{SUPPORT}/{file}", "root", "_quorl")
             os.chmod(f"{SUPPORT}/{file}", 0o640)
 
     def record(self, name):
         """What the offline store holds of a person now; None when nothing."""
-        with open(f"{SUPPORT}/dekey.key", "rb") as file:
-            dek = json.loads(aes(file.read(), self._file_key(), "-d"))["DATA_ENCRYPTION_KEY"].encode()
-        with open(f"{SUPPORT}/offline-data.json", "rb") as file:
-            return json.loads(aes(file.read(), dek[:32], "-d")).get(f"{name}@{DOMAIN}")
+        records = json.loads(run("python3", STORE_PROGRAM, "read", SUPPORT, self.access_key()))
+        return records.get(f"{name}@{DOMAIN}")
 
     def start_sshd(self):
         run("ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", "/root/person-key")
@@ -277,22 +271,8 @@ class Cases:
                 self.failed.append(name)
 
     def play_at_once(self, cases, workers=6):
-        waiting = list(cases)
-        lock = threading.Lock()
-
-        def work():
-            while True:
-                with lock:
-                    if not waiting:
-                        return
-                    case = waiting.pop(0)
-                self.play(*case)
-
-        threads = [threading.Thread(target=work) for _ in range(workers)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        with ThreadPoolExecutor(workers) as pool:
+            pool.map(lambda case: self.play(*case), cases)
 
     def end(self):
         if self.failed:

@@ -63,6 +63,11 @@ class Terminal:
     def type(self, text):
         os.write(self._screen, text.encode() + b"\n")
 
+    def answer(self, pattern, text, seconds=20):
+        """Waits for the question and types the text."""
+        self.expect(pattern, seconds)
+        self.type(text)
+
     def press(self, key):
         """A control key, by its letter."""
         os.write(self._screen, bytes([ord(key) & 0x1F]))

@@ -9,6 +9,8 @@ from machine import PASSWORD, code, processes, run, text_of, wait_for
 from terminal import Failed, Terminal
 
 PROMPT = r"Code from Phone[^:]*: "
+PASSWORD_PROMPT = "assword[^:]*: "
+WHO = 'echo "in as $(id -un)"'
 
 
 def uid_of(name):
@@ -23,22 +25,26 @@ class TextLogins:
         return Terminal("ssh", "-p", str(port), "-i", "/root/person-key",
                         "-o", "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null",
                         "-o", "LogLevel=ERROR", "-o", "NumberOfPasswordPrompts=1",
-                        "-o", f"PreferredAuthentications={methods}", f"{name}@127.0.0.1",
-                        'echo "in as $(id -un)"')
+                        "-o", f"PreferredAuthentications={methods}", f"{name}@127.0.0.1", WHO)
 
-    def _journal(self, name, *words):
-        wait_for(f"the journal's line of {name} with {words}",
-                 lambda: self.machine.journal.lines(f"user={name}", *words), 5)
+    def sudo(self, name, *options):
+        return Terminal("sudo", "-k", *options, "sh", "-c", WHO, uid=uid_of(name))
+
+    def su(self, name, by="lokal"):
+        return Terminal("su", "-c", WHO, name, uid=uid_of(by))
+
+    def doors(self, name):
+        """Each program at a terminal that asks for a password itself."""
+        return self.sudo(name), Terminal("login", name), self.su(name)
 
     def _in(self, terminal, name):
         terminal.expect(f"in as {name}")
         if terminal.ends() != 0:
             raise Failed(f"got in, and yet ended badly: {terminal.seen!r}")
 
-    def _out(self, terminal, *text):
+    def _out(self, terminal, text):
         """Denied: a few last texts may want Return, and nothing of the session shows."""
-        for pattern in text:
-            terminal.expect(pattern)
+        terminal.expect(text)
         if "Press Return" in terminal.seen:
             terminal.type("")
         status = terminal.ends()
@@ -47,35 +53,26 @@ class TextLogins:
 
     # What each door does, with the codes.
 
-    def _right(self, terminal, name):
-        terminal.expect("assword[^:]*: ")
-        terminal.type(PASSWORD)
-        terminal.expect(PROMPT)
-        terminal.type(code())
+    def _right(self, terminal, name, *wrong):
+        terminal.answer(PASSWORD_PROMPT, PASSWORD)
+        for typed in (*wrong, code()):
+            terminal.answer(PROMPT, typed)
         self._in(terminal, name)
 
-    def ssh_right(self):
+    def ssh_right(self, *wrong):
         name = self.machine.person()
         with self.ssh(name) as terminal:
-            self._right(terminal, name)
-        self._journal(name, "service=sshd", "outcome=granted")
+            self._right(terminal, name, *wrong)
+        self.machine.journal.has(name, "service=sshd", "outcome=granted")
 
-    def ssh_wrong_then_right(self):
-        name = self.machine.person()
+    def ssh_denied(self, name, text):
         with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
-            terminal.expect(PROMPT)
-            terminal.type("000000")
-            terminal.expect(PROMPT)
-            terminal.type(code())
-            self._in(terminal, name)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
+            self._out(terminal, text)
 
     def ssh_wrong_password(self):
-        name = self.machine.person()
-        with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type("not the password")
+        with self.ssh(self.machine.person()) as terminal:
+            terminal.answer(PASSWORD_PROMPT, "not the password")
             self._out(terminal, "denied")
             if "Code" in terminal.seen:
                 raise Failed("a stranger was asked for a code")
@@ -88,10 +85,9 @@ class TextLogins:
     def ssh_method_password(self):
         name = self.machine.person()
         with self.ssh(name, 2223, "password") as terminal:
-            terminal.expect("assword: ")
-            terminal.type(PASSWORD)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             self._out(terminal, "denied")
-        self._journal(name, "outcome=denied")
+        self.machine.journal.has(name, "outcome=denied")
         with self.ssh(name) as terminal:  # nothing was counted, nothing is locked
             self._right(terminal, name)
 
@@ -100,8 +96,7 @@ class TextLogins:
         wrong = 0
         while wrong < 10:
             with self.ssh(name) as terminal:
-                terminal.expect("Password: ")
-                terminal.type(PASSWORD)
+                terminal.answer(PASSWORD_PROMPT, PASSWORD)
                 while wrong < 10 and "Code" in terminal.expect(f"{PROMPT}|Press Return")[0]:
                     terminal.type("000000")
                     wrong += 1
@@ -111,102 +106,69 @@ class TextLogins:
     def ssh_locked_at_the_tenth(self):
         name = self.machine.person()
         self.lock(name)
-        with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
-            self._out(terminal, "Try again in [0-9]+ min")
-        self._journal(name, "locked after wrong codes")
+        self.ssh_denied(name, "Try again in [0-9]+ min")
+        self.machine.journal.has(name, "locked after wrong codes")
 
     def ssh_used_code(self):
         name, present = self.machine.person(), code()
         for first in (True, False):
             with self.ssh(name) as terminal:
-                terminal.expect("Password: ")
-                terminal.type(PASSWORD)
-                terminal.expect(PROMPT)
-                terminal.type(present)
+                terminal.answer(PASSWORD_PROMPT, PASSWORD)
+                terminal.answer(PROMPT, present)
                 if first:
                     self._in(terminal, name)
                 else:
                     terminal.expect("used already")
 
-    def ssh_not_enrolled(self, name):
-        with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
-            self._out(terminal, "Sign in once at the login screen")
-
     def passes_at_once(self, name):
         with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             self._in(terminal, name)
             if "Code" in terminal.seen:
                 raise Failed("was asked for a code")
 
-    def sudo(self, name, *options):
-        return Terminal("sudo", "-k", *options, "sh", "-c", 'echo "in as $(id -un)"', uid=uid_of(name))
-
-    def sudo_right(self):
+    def sudo_right(self, *wrong):
         with self.sudo(self.machine.person()) as terminal:
-            self._right(terminal, "root")
-
-    def sudo_wrong_then_right(self):
-        with self.sudo(self.machine.person()) as terminal:
-            terminal.expect("password for")
-            terminal.type(PASSWORD)
-            terminal.expect(PROMPT)
-            terminal.type("000000")
-            terminal.expect(PROMPT)
-            terminal.type(code())
-            self._in(terminal, "root")
+            self._right(terminal, "root", *wrong)
 
     def sudo_wrong_throughout(self):
         """sudo shows no texts of modules but prompts, so the reason is one."""
         with self.sudo(self.machine.person()) as terminal:
-            terminal.expect("password for")
-            terminal.type(PASSWORD)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             for _ in range(3):
-                terminal.expect(PROMPT)
-                terminal.type("000000")
-            terminal.expect("Too many wrong answers")
-            terminal.type("")
+                terminal.answer(PROMPT, "000000")
+            terminal.answer("Too many wrong answers", "")
             terminal.expect("Sorry|incorrect")
 
     def sudo_password_for_a_code(self):
         name = self.machine.person()
         with self.sudo(name, "-p", "Secret: ") as terminal:
             for _ in range(2):  # sudo puts its own prompt in the place of ours, too
-                terminal.expect("Secret: ")
-                terminal.type(PASSWORD)
-            terminal.expect("Secret: ")
-            terminal.type("")
+                terminal.answer("Secret: ", PASSWORD)
+            terminal.answer("Secret: ", "")
             terminal.expect("Sorry|incorrect")
-        self._journal(name, "the password was given in the place of a code")
+        self.machine.journal.has(name, "the password was given in the place of a code")
         if PASSWORD in self.machine.journal.text or PASSWORD in terminal.seen:
             raise Failed("the password stands in the journal or on the screen")
 
     def su_right(self):
         name = self.machine.person()
-        with Terminal("su", "-c", 'echo "in as $(id -un)"', name, uid=uid_of("lokal")) as terminal:
+        with self.su(name) as terminal:
             self._right(terminal, name)
 
     def su_to_root(self):
-        name = self.machine.person()
-        with Terminal("su", "-c", 'echo "in as $(id -un)"', "root", uid=uid_of(name)) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
+        with self.su("root", by=self.machine.person()) as terminal:
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             self._in(terminal, "root")
 
     def su_starved(self):
         """Whoever calls su sets its limits; none of them gets anybody in without a code."""
         name = self.machine.person()
         for limit in ("-v 60000", "-n 8", "-f 0", "-u 1"):
-            command = f'ulimit {limit}; exec su -c \'echo "in as $(id -un)"\' {name}'
+            command = f"ulimit {limit}; exec su -c '{WHO}' {name}"
             with Terminal("sh", "-c", command, uid=uid_of("lokal")) as terminal:
                 try:
-                    terminal.expect("Password: ", 5)
-                    terminal.type(PASSWORD)
+                    terminal.answer(PASSWORD_PROMPT, PASSWORD, 5)
                     terminal.expect(PROMPT, 8)
                 except Failed:
                     pass
@@ -216,18 +178,14 @@ class TextLogins:
     def login_right(self):
         name = self.machine.person()
         with Terminal("login", name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
-            terminal.expect(PROMPT)
-            terminal.type(code())
-            terminal.expect(r"\$ ")
-            terminal.type('echo "in as $(id -un)"')
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
+            terminal.answer(PROMPT, code())
+            terminal.answer(r"\$ ", WHO)
             terminal.expect(f"in as {name}")
 
     def login_root(self):
         with Terminal("login", "root") as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             terminal.expect("# ")
 
     # Cancelled: one at a time, since the helper that ends must be this one's.
@@ -235,8 +193,7 @@ class TextLogins:
     def _cancelled(self, terminal, cancel):
         wait_for("earlier helpers' end", lambda: not processes("kesh-verify"), 65)
         with terminal:
-            terminal.expect("assword[^:]*: ")
-            terminal.type(PASSWORD)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             terminal.expect(PROMPT)
             if len(processes("kesh-verify")) != 1:
                 raise Failed("no helper runs at the prompt")
@@ -262,18 +219,14 @@ class TextLogins:
         return self._cancelled(self.sudo(self.machine.person()), self._interrupt)
 
     def su_interrupted(self):
-        name = self.machine.person()
-        return self._cancelled(Terminal("su", "-c", "id", name, uid=uid_of("lokal")),
-                               self._interrupt)
+        return self._cancelled(self.su(self.machine.person()), self._interrupt)
 
     def login_hung_up(self):
         return self._cancelled(Terminal("login", self.machine.person()), Terminal.hang_up)
 
     def killed(self):
         """The login programs themselves are killed at the prompt."""
-        name = self.machine.person()
-        for terminal in (self.sudo(name), Terminal("login", name),
-                         Terminal("su", "-c", "id", name, uid=uid_of("lokal"))):
+        for terminal in self.doors(self.machine.person()):
             note = self._cancelled(terminal, lambda t: os.kill(t.pid, 9))
         return note
 
@@ -281,8 +234,7 @@ class TextLogins:
         """The code is typed, and the helper, stopped, takes it no more."""
         wait_for("earlier helpers' end", lambda: not processes("kesh-verify"), 65)
         with self.sudo(self.machine.person()) as terminal:
-            terminal.expect("password for")
-            terminal.type(PASSWORD)
+            terminal.answer(PASSWORD_PROMPT, PASSWORD)
             terminal.expect(PROMPT)
             os.kill(processes("kesh-verify")[0], signal.SIGSTOP)
             began = time.monotonic()
@@ -297,29 +249,19 @@ class TextLogins:
         return f"told after {took:.1f} s"
 
     def var_read_only(self):
-        name = self.machine.person()
         run("mount", "--bind", "/var", "/var")
         run("mount", "-o", "remount,bind,ro", "/var")
         try:
-            with self.ssh(name) as terminal:
-                terminal.expect("Password: ")
-                terminal.type(PASSWORD)
-                self._out(terminal, "cannot be recorded")
+            self.ssh_denied(self.machine.person(), "cannot be recorded")
             self.passes_at_once("root")
         finally:
             run("umount", "--lazy", "/var")
 
     def nothing_left(self):
         """No zombie of ours, no lock that a cancelled login left."""
-        for path in os.listdir("/proc"):
-            if path.isdigit():
-                try:
-                    with open(f"/proc/{path}/stat", encoding="utf-8") as file:
-                        text = file.read()
-                except OSError:
-                    continue
-                if "(kesh-verify)" in text and ") Z" in text:
-                    raise Failed(f"a zombie: {text}")
+        zombies = run("sh", "-c", "ps -eo state,comm | grep '^Z.*kesh-verify' || true")
+        if zombies:
+            raise Failed(f"zombies: {zombies}")
         self.ssh_right()
 
     # Without the server.
@@ -327,7 +269,7 @@ class TextLogins:
     def prompt_without_server(self, limit):
         name = self.machine.person()
         with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
+            terminal.expect(PASSWORD_PROMPT)
             began = time.monotonic()
             terminal.type(PASSWORD)
             terminal.expect(PROMPT)
@@ -338,18 +280,11 @@ class TextLogins:
             raise Failed(f"prompt after {took:.1f} s")
         return f"prompt after {took:.1f} s"
 
-    def unreachable_and_not_enrolled(self, name):
-        with self.ssh(name) as terminal:
-            terminal.expect("Password: ")
-            terminal.type(PASSWORD)
-            self._out(terminal, "Could not connect")
-
     def silent_at_terminals(self, stranger):
         """Each door gives the reason as it can, as soon as the server has had its time."""
-        for terminal in (self.sudo(stranger), Terminal("login", stranger),
-                         Terminal("su", "-c", "id", stranger, uid=uid_of("lokal"))):
+        for terminal in self.doors(stranger):
             with terminal:
-                terminal.expect("assword[^:]*: ")
+                terminal.expect(PASSWORD_PROMPT)
                 began = time.monotonic()
                 terminal.type(PASSWORD)
                 terminal.expect("Could not connect")
@@ -366,17 +301,17 @@ class TextLogins:
         machine = self.machine
         cases.play_at_once([
             ("ssh: right code", self.ssh_right),
-            ("ssh: wrong, then right", self.ssh_wrong_then_right),
+            ("ssh: wrong, then right", self.ssh_right, "000000"),
             ("ssh: wrong password, no code asked", self.ssh_wrong_password),
             ("ssh: public key and code", self.ssh_key_and_code),
             ("ssh: method password is denied, not counted", self.ssh_method_password),
             ("ssh: locked at the tenth wrong code", self.ssh_locked_at_the_tenth),
             ("ssh: a code twice", self.ssh_used_code),
-            ("ssh: not enrolled", self.ssh_not_enrolled, stranger),
+            ("ssh: not enrolled", self.ssh_denied, stranger, "Sign in once at the login screen"),
             ("ssh: root at once", self.passes_at_once, "root"),
             ("ssh: local account at once", self.passes_at_once, "lokal"),
             ("sudo: right code", self.sudo_right),
-            ("sudo: wrong, then right", self.sudo_wrong_then_right),
+            ("sudo: wrong, then right", self.sudo_right, "000000"),
             ("sudo: wrong throughout", self.sudo_wrong_throughout),
             ("sudo: the password in a code's place", self.sudo_password_for_a_code),
             ("su: right code", self.su_right),
@@ -396,7 +331,7 @@ class TextLogins:
         machine.silence_server()
         cases.play_at_once([
             ("ssh: server silent", self.prompt_without_server, 4.0),
-            ("ssh: server silent, not enrolled", self.unreachable_and_not_enrolled, stranger),
+            ("ssh: server silent, not enrolled", self.ssh_denied, stranger, "Could not connect"),
             ("sudo, login, su: server silent, not enrolled", self.silent_at_terminals, stranger),
             ("sudo: server silent", self.sudo_right),
             ("su: server silent", self.su_right),

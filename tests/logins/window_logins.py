@@ -7,7 +7,7 @@ import re
 import subprocess
 import time
 
-from display_logins import display_cases
+from display_logins import display_cases, ends_in_order, session_owners
 from machine import PASSWORD, SUPPORT, code, processes, run, text_of, wait_for, write
 from terminal import Failed
 
@@ -127,7 +127,6 @@ class WindowLogins:
     def _show(self, what):
         self._still()
         self._shot += 1
-        name = re.sub(r"[^a-z]+", "-", f"{self._case} {self._shot} {what}".lower()).strip("-")
         self._x("import", "-silent", "-window", "root",
                 f"{self._shots}/{re.sub(r'[^a-z0-9]+', '-', f'{self._case}-{self._shot}-{what}'.lower())}.png")
 
@@ -153,20 +152,25 @@ class WindowLogins:
                          f"{self.machine.journal.text[-400:]}") from None
         self._still()
 
-    def _session_of(self, name):
+    def _session_of(self, name, *others):
         wait_for(f"the session of {name}", lambda: os.path.exists(f"{SESSIONS}/{name}"), 20)
-        users = [pwd.getpwuid(os.stat(f"/proc/{pid}").st_uid).pw_name for pid in processes("probe")]
-        if set(users) != {name}:
-            raise Failed(f"sessions of {users}")
+        if session_owners() != {name, *others}:
+            raise Failed(f"sessions of {session_owners()}")
         wait_for("the agent's end", lambda: not processes("QUORLLoginAgent"), 8)
 
     def _no_session(self):
         if processes("probe") or "Session pid" in self._log() and glob.glob(f"{SESSIONS}/dora*"):
             raise Failed("a session has begun")
 
-    def _journal(self, name, *words):
-        wait_for(f"the journal's line of {name} with {words}",
-                 lambda: self.machine.journal.lines(f"user={name}", *words), 8)
+    def _log_in(self, name, *wrong, pages=1, others=()):
+        """With the page's codes, wrong ones first; others have sessions, too."""
+        self._identify(name)
+        self._wait_for_page(pages)
+        for typed in wrong:
+            self._type(typed)
+            self._show("wrong")
+        self._type(code())
+        self._session_of(name, *others)
 
     # The cases.
 
@@ -179,28 +183,19 @@ class WindowLogins:
         self._type(code())
         self._session_of(name)
         self._show("session")
-        self._journal(name, "way=window", "outcome=granted", "page")
+        self.machine.journal.has(name, "way=window", "outcome=granted", "page")
         return note
 
     def enrolls_at_the_login_screen(self, stranger):
         """Who has no record gets one by a login with the server."""
-        self._identify(stranger)
-        self._wait_for_page()
-        self._type(code())
-        self._session_of(stranger)
+        self._log_in(stranger)
         wait_for("the record", lambda: self.machine.record(stranger), 15)
         status = os.stat(f"{SUPPORT}/offline-data.json")
         if (status.st_uid, status.st_gid, status.st_mode & 0o777) != (0, pwd.getpwnam("_quorl").pw_gid, 0o640):
             raise Failed("the store has another owner or mode now")
 
     def wrong_then_right(self):
-        name = self.machine.person()
-        self._identify(name)
-        self._wait_for_page()
-        self._type("000000")
-        self._show("wrong")
-        self._type(code())
-        self._session_of(name)
+        self._log_in(self.machine.person(), "000000")
 
     def wrong_throughout(self):
         name = self.machine.person()
@@ -211,7 +206,7 @@ class WindowLogins:
             self._still(2)
         self._show("too many")
         self._x("xdotool", "mousemove", *CLOSE_BUTTON, "click", "1")
-        self._journal(name, "outcome=denied")
+        self.machine.journal.has(name, "outcome=denied")
         self._log_has("Authentication complete with return value 7")
         self._show("denied")
         self._no_session()
@@ -237,9 +232,8 @@ class WindowLogins:
 
     def _cancel(self):
         """What the greeter's Cancel does: LightDM ends the session child that authenticates."""
-        child = [pid for pid in processes("lightdm") if "--session-child" in text_of(f"/proc/{pid}/cmdline")]
-        newest = max(child)
-        os.kill(newest, 15)
+        os.kill(max(pid for pid in processes("lightdm")
+                    if "--session-child" in text_of(f"/proc/{pid}/cmdline")), 15)
 
     def server_silent(self):
         name = self.machine.person()
@@ -254,7 +248,7 @@ class WindowLogins:
             self._session_of(name)
         finally:
             self.machine.wake_server()
-        self._journal(name, "way=window", "outcome=granted", "without the server")
+        self.machine.journal.has(name, "way=window", "outcome=granted", "without the server")
         return f"offline page {took:.1f} s after the user name"
 
     def locked_out(self, lock):
@@ -263,7 +257,7 @@ class WindowLogins:
         self.machine.silence_server()
         try:
             self._identify(locked)
-            self._journal(locked, "way=window", "locked after wrong codes")
+            self.machine.journal.has(locked, "way=window", "locked after wrong codes")
             self._show("locked")
             self._no_session()
         finally:
@@ -272,10 +266,7 @@ class WindowLogins:
     def lock_and_unlock(self):
         """A locked seat has its greeter on another display, and asks for the second factor there."""
         name = self.machine.person()
-        self._identify(name)
-        self._wait_for_page()
-        self._type(code())
-        self._session_of(name)
+        self._log_in(name)
         prompts, pages = self._log().count("Prompt greeter"), self._pages()
         run("dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DisplayManager",
             "/org/freedesktop/DisplayManager/Seat0", "org.freedesktop.DisplayManager.Seat.Lock")
@@ -329,12 +320,7 @@ class WindowLogins:
 
     def x_server_gone(self):
         """The agent ends in order with its X server, and the next greeter brings it back."""
-        agent = processes("QUORLLoginAgent")[0]
-        os.kill(processes("Xvfb")[0], 9)
-        wait_for("the agent's end", lambda: agent not in processes("QUORLLoginAgent"), 10)
-        status = wait_for("the agent's status", lambda: text_of("/run/agent.status") or text_of("/run/agent.before"), 10)
-        if status.strip() != "0":
-            raise Failed(f"the agent ended with status {status}")
+        ends_in_order(lambda: os.kill(processes("Xvfb")[0], 9))
 
     def _contained(self):
         """Whose the processes are, and that the page's is in a sandbox."""

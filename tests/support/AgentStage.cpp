@@ -45,21 +45,14 @@ void AgentStage::configure(const Settings& settings) {
     ASSERT_TRUE(writePropertyListFile(sandbox.support() / "config.plist", config));
 }
 
-std::string AgentStage::encryptedKey(const std::string& text) {
-    return opensslEncrypted(text,
-                            "6d61e11afe1eb951a8969a7aa524a71fe2f9218be0df0944b45c696c2b908bbd");
-}
-
 std::unique_ptr<Subprocess> AgentStage::run(const Words& command, const std::string& output,
                                             const std::string& errors, const std::string& input) {
     Words words = {"unshare"};
     if (geteuid() != 0)
         words.emplace_back("-r");
-    for (const std::string& word :
-         {std::string("-m"), std::string("--"), std::string("sh"), std::string("-c"),
-          std::string("mount --bind \"$1\" /etc/ssl/certs && shift && exec \"$@\""),
-          std::string("sh"), (sandbox.root() / "trust").string()})
-        words.push_back(word);
+    words.insert(words.end(), {"-m", "--", "sh", "-c",
+                               "mount --bind \"$1\" /etc/ssl/certs && shift && exec \"$@\"", "sh",
+                               (sandbox.root() / "trust").string()});
     if (command.front() == "QUORLLoginAgent") {
         words.insert(words.end(), agentPrefix.begin(), agentPrefix.end());
         words.insert(words.end(), account.begin(), account.end());
@@ -111,10 +104,8 @@ void AgentStage::request(const Value& dictionary) {
     const std::string input = (sandbox.root() / ("request" + std::to_string(requests_))).string();
     TestSandbox::write(input, dictionary.dump());
     Words command = account;
-    for (const std::string& word :
-         {tool("kesh-request"), std::string("--json"), std::string("--timeout"), std::string("300"),
-          std::string("--runtime-dir"), (sandbox.root() / "run").string()})
-        command.push_back(word);
+    command.insert(command.end(), {tool("kesh-request"), "--json", "--timeout", "300",
+                                   "--runtime-dir", (sandbox.root() / "run").string()});
     client_ = std::make_unique<Subprocess>(
         Subprocess::Options{.command = command, .output = input + ".answer", .input = input});
 }
@@ -169,6 +160,7 @@ bool AgentStage::shows(const std::string& colour, const std::string& part) {
         {"import", "-silent", "-window", "root", "-crop", part, "-depth", "8", "rgb:" + file})
         ->wait();
     const std::string pixels = TestSandbox::read(file);
+    EXPECT_FALSE(pixels.empty()) << "no picture of the screen";
     for (std::size_t at = 0; at < pixels.size(); at += 3)
         if (pixels.compare(at, 3, colour) == 0)
             return true;

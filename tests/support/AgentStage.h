@@ -35,8 +35,6 @@ class AgentStage {
 
     /// Writes the configuration: the stage's server and these settings over it.
     void configure(const Settings& settings = {});
-    /// The text encrypted as the installer stores keys, by openssl.
-    static std::string encryptedKey(const std::string& text);
 
     /// Runs a program of the build with the stage's folders, trusting the stage's authority.
     std::unique_ptr<Subprocess> run(const Words& command, const std::string& output = "/dev/null",

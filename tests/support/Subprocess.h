@@ -120,4 +120,23 @@ inline std::string opensslEncrypted(const std::string& text, const std::string& 
                      "sh", text, key});
 }
 
+/// The same under the value key that is built in.
+inline std::string underTheValueKey(const std::string& text) {
+    return opensslEncrypted(text,
+                            "6d61e11afe1eb951a8969a7aa524a71fe2f9218be0df0944b45c696c2b908bbd");
+}
+
+/// A process that goes on with the test's memory; it ends well when the work gives true.
+template <class Work>
+pid_t inChild(Work work) {
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(work() ? 0 : 1);
+    return child;
+}
+inline bool endsWell(pid_t child) {
+    int status = -1;
+    return waitpid(child, &status, 0) == child && status == 0;
+}
+
 }  // namespace quorl::test

@@ -126,43 +126,45 @@ TEST_F(DoctorTest, FindsNothingOnAWholeMachineAndNamesEachLinkThatIsBrokenAlone)
     const std::string guard = fmt::format(
         R"({{"version":1,"wrong":0,"locks":1,"lockLength":900,"lockedUntil":{0},"newest":{0},"used":{{}}}})",
         time(nullptr) + 800);
+    // Ways to break it.
+    const auto writes = [this](const char* path, const char* text) {
+        return [=, this] { write(path, text); };
+    };
+    const auto runs = [this](const std::string& path, const char* script) {
+        return [=, this] { program(path, script); };
+    };
+    const auto sets = [this](const char* name, const std::string& value) {
+        return [=, this] { set(name, value); };
+    };
+    const auto modes = [](const std::filesystem::path& path, unsigned mode) {
+        return [=] { std::filesystem::permissions(path, std::filesystem::perms(mode)); };
+    };
+    const auto portOf = [](const TestServer& other) { return std::to_string(other.port()); };
+    const auto config = sandbox.support() / "config.plist";
     const struct {
         int number;
         std::function<void()> breakIt;
         std::string says;
     } cases[] = {
-        {1, [&] { write("/etc/pam.d/common-auth", "auth required pam_unix.so\n"); }, "nobody is"},
+        {1, writes("/etc/pam.d/common-auth", "auth required pam_unix.so\n"), "nobody is"},
         {1,
          [&] {
-             write("/etc/pam.d/common-auth", file("/etc/pam.d/common-auth") + "x");
              const std::string text = file("/etc/pam.d/common-auth");
              write("/etc/pam.d/common-auth",
                    text.substr(0, text.find("auth [success=1 default=ignore] pam_localuser")));
          },
          "not whole"},
-        {2,
-         [&] {
-             write("/etc/pam.d/login", "auth sufficient pam_permit.so\n@include common-auth\n");
-         },
+        {2, writes("/etc/pam.d/login", "auth sufficient pam_permit.so\n@include common-auth\n"),
          "login: /etc/pam.d/login:1 (pam_permit.so) lets in before us"},
         {2,
-         [&] {
-             write("/etc/pam.d/login",
-                   "auth [success=9 default=ignore] pam_x.so\n@include common-auth\n");
-         },
+         writes("/etc/pam.d/login",
+                "auth [success=9 default=ignore] pam_x.so\n@include common-auth\n"),
          "jumps past us"},
-        {3, [&] { write("/usr/lib/x86_64-linux-gnu/security/pam_kesh.so", "x"); },
-         "cannot be loaded"},
-        {4, [&] { program(helper, "exit 1"); }, "does not run"},
-        {4, [&] { program("/usr/bin/dpkg-query", "echo 1.0; echo 1.1"); }, "several versions"},
-        {5, [&] { TestSandbox::write(sandbox.support() / "config.plist", "<plist"); },
-         "is damaged"},
-        {5,
-         [&] {
-             std::filesystem::permissions(sandbox.support() / "config.plist",
-                                          std::filesystem::perms(0644));
-         },
-         "open to others"},
+        {3, writes("/usr/lib/x86_64-linux-gnu/security/pam_kesh.so", "x"), "cannot be loaded"},
+        {4, runs(helper, "exit 1"), "does not run"},
+        {4, runs("/usr/bin/dpkg-query", "echo 1.0; echo 1.1"), "several versions"},
+        {5, [&] { TestSandbox::write(config, "<plist"); }, "is damaged"},
+        {5, modes(config, 0644), "open to others"},
         {5,
          [&] {
              // Shared with the agent, and then written by hand.
@@ -175,34 +177,28 @@ TEST_F(DoctorTest, FindsNothingOnAWholeMachineAndNamesEachLinkThatIsBrokenAlone)
              share("dekey.key", 0640);
          },
          "cannot be read by the agent"},
-        {6, [&] { set("LOGIN_MFA", "false"); }, "nobody is asked"},
-        {7, [&] { write("/etc/shadow", "root:*:1::::::\n"); }, "nobody gets in"},
-        {8, [&] { set("SERVERNAME", "nowhere.invalid"); }, "does not resolve"},
-        {9, [&] { set("PORTNUMBER", "1"); }, "does not answer"},
-        {10, [&] { set("PORTNUMBER", std::to_string(stranger.port())); },
-         "the missing authority is"},
-        {10, [&] { set("RESTRICT_BADCERT", "false"); }, "is not looked at"},
-        {11, [&] { set("PORTNUMBER", std::to_string(yesterday.port())); }, "s ahead of"},
-        {12, [&] { set("AGENT_ID", ""); }, "no AGENT_ID"},
-        {13, [&] { set("ACCESS_KEY", underTheValueKey(std::string(64, 'd'))); }, "status 401"},
-        {14, [&] { write("/.flatpak-info", ""); }, "/.flatpak-info"},
-        {14, [&] { program("/usr/bin/setpriv", "echo bwrap: no permissions"); }, "no permissions"},
-        {14, [&] { write("/run/quorl-greeter/environment", "DISPLAY=:0\n"); }, "does not listen"},
+        {6, sets("LOGIN_MFA", "false"), "nobody is asked"},
+        {7, writes("/etc/shadow", "root:*:1::::::\n"), "nobody gets in"},
+        {8, sets("SERVERNAME", "nowhere.invalid"), "does not resolve"},
+        {9, sets("PORTNUMBER", "1"), "does not answer"},
+        {10, sets("PORTNUMBER", portOf(stranger)), "the missing authority is"},
+        {10, sets("RESTRICT_BADCERT", "false"), "is not looked at"},
+        {11, sets("PORTNUMBER", portOf(yesterday)), "s ahead of"},
+        {12, sets("AGENT_ID", ""), "no AGENT_ID"},
+        {13, sets("ACCESS_KEY", underTheValueKey(std::string(64, 'd'))), "status 401"},
+        {14, writes("/.flatpak-info", ""), "/.flatpak-info"},
+        {14, runs("/usr/bin/setpriv", "echo bwrap: no permissions"), "no permissions"},
+        {14, writes("/run/quorl-greeter/environment", "DISPLAY=:0\n"), "does not listen"},
         {15, [&] { std::filesystem::remove(sandbox.system().string() + lightdmDropIn); },
          "is not set"},
-        {16, [&] { write("/etc/lightdm/lightdm.conf", "[Seat:*]\nautologin-user=ada\n"); },
-         "lets ada in"},
-        {17,
-         [&] {
-             program("/usr/sbin/sshd", "echo usepam yes; echo kbdinteractiveauthentication no");
-         },
+        {16, writes("/etc/lightdm/lightdm.conf", "[Seat:*]\nautologin-user=ada\n"), "lets ada in"},
+        {17, runs("/usr/sbin/sshd", "echo usepam yes; echo kbdinteractiveauthentication no"),
          "cannot prompt"},
-        {18, [&] { std::filesystem::permissions(sandbox.support(), std::filesystem::perms(0777)); },
-         "open to others"},
+        {18, modes(sandbox.support(), 0777), "open to others"},
         {20,
          [&] {
              TestSandbox::write(sandbox.root() / "guard/4711", guard);
-             std::filesystem::permissions(sandbox.root() / "guard", std::filesystem::perms(0700));
+             modes(sandbox.root() / "guard", 0700)();
          },
          "locked it"},
     };

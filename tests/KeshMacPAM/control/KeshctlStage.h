@@ -6,12 +6,6 @@
 
 namespace quorl::test {
 
-/// Encrypted under the built-in value key.
-inline std::string underTheValueKey(const std::string& text) {
-    return opensslEncrypted(text,
-                            "6d61e11afe1eb951a8969a7aa524a71fe2f9218be0df0944b45c696c2b908bbd");
-}
-
 /// keshctl in a folder of its own, as root of a machine that is made up.
 class KeshctlStage {
   public:

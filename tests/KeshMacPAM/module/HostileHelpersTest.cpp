@@ -38,7 +38,7 @@ TEST(HostileHelper, IsADenialThatSaysWhich) {
         const ModuleSandbox sandbox;
         const Played played = play(sandbox, {.user = row.user});
         expectPlainDenial(played, row.reason);
-        EXPECT_LT(played.took, 5s) << row.user;
+        EXPECT_LT(played.took(), 5s) << row.user;
         EXPECT_TRUE(waitFor([&] { return !sandbox.helperLives(); }, 1s)) << row.user;
     }
 }
@@ -71,7 +71,7 @@ TEST(HostileHelper, ThatCannotBeStartedIsADenialForThoseWhoAreAsked) {
         const Played played = play(sandbox, {.user = "granted"});
         expectPlainDenial(played, "the helper could not be started");
         EXPECT_THAT(played.log, HasSubstr(row.error)) << row.what;
-        EXPECT_LT(played.took, 1s) << row.what;
+        EXPECT_LT(played.took(), 1s) << row.what;
         sandbox.stack("login", "auth required MODULE\nauth required pam_permit.so");
         for (const char* exempt : {"root", "daemon"})
             EXPECT_EQ(play(sandbox, {.user = exempt}).status, PAM_SUCCESS) << row.what;
@@ -98,8 +98,8 @@ TEST(HostileHelper, ThatHangsIsEndedInTime) {
     for (Row& row : rows) {
         const Played played = row.host.wait();
         expectPlainDenial(played, row.reason);
-        EXPECT_GE(played.took, 9s);
-        EXPECT_LT(played.took, 12s);
+        EXPECT_GE(played.took(), 9s);
+        EXPECT_LT(played.took(), 12s);
         EXPECT_TRUE(waitFor([&] { return !row.sandbox.helperLives(); }, 1s)) << row.reason;
     }
     // The right code, but after the time: no success, and the last prompt says why.

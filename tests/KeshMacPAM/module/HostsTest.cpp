@@ -104,7 +104,7 @@ TEST(OddHost, WhoseOtherThreadsForkIsToldOfADeadHelper) {
                                          }});
     EXPECT_EQ(played.status, PAM_AUTH_ERR);
     EXPECT_THAT(played.log, HasSubstr("the helper ended without a verdict"));
-    EXPECT_LT(played.took, 3s);
+    EXPECT_LT(played.took(), 3s);
 }
 
 TEST(OddHost, ThatIsKilledLetsTheHelperGo) {
@@ -126,12 +126,12 @@ TEST(OddHost, WithAnAlarmGetsOurTextFirst) {
     const ModuleSandbox sandbox;
     const Played short7 = play(sandbox, {.user = "forever", .prepare = alarmIn(7)});
     EXPECT_EQ(short7.status, PAM_AUTH_ERR);
-    EXPECT_LT(short7.took, 3s);
+    EXPECT_LT(short7.took(), 3s);
     ASSERT_EQ(short7.prompts.size(), 1u);
     EXPECT_THAT(short7.prompts[0], HasSubstr("That took too long."));
     const Played short3 = play(sandbox, {.user = "granted", .prepare = alarmIn(3)});
     EXPECT_EQ(short3.status, PAM_AUTH_ERR);
-    EXPECT_LT(short3.took, 1s);
+    EXPECT_LT(short3.took(), 1s);
 
     const ModuleSandbox told;
     play(told, {.user = "facts", .prepare = alarmIn(60)});

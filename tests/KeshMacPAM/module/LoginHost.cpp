@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <set>
 #include <sstream>
 #include <utility>
 
@@ -36,10 +35,13 @@ extern "C" __attribute__((visibility("default"))) void pam_syslog(const pam_hand
 }
 
 namespace quorl::test {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Played, status, credentials, milliseconds, prompts, log,
+                                   leftOpen, children, sameSignals)
+
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 struct Talk {
     Person person;
@@ -79,11 +81,9 @@ int converse(int count, const pam_message** messages, pam_response** responses, 
     return PAM_SUCCESS;
 }
 
-std::set<std::string> openDescriptors() {
-    std::set<std::string> open;
-    for (const auto& entry : fs::directory_iterator("/proc/self/fd"))
-        open.insert(entry.path().filename());
-    return open;
+int openDescriptors() {
+    return static_cast<int>(
+        std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator()));
 }
 
 std::string signals() {
@@ -108,26 +108,20 @@ std::string playHere(const ModuleSandbox& sandbox, const Scene& scene) {
     const std::string signalsBefore = signals();
     if (pam_start_confdir(scene.service.c_str(), scene.user.c_str(), &conversation, stacks.c_str(),
                           &pamh) != PAM_SUCCESS)
-        return "{}";
-    const auto begin = Clock::now();
+        return "";
+    const auto begin = std::chrono::steady_clock::now();
     for (int call = 0; call < scene.calls; ++call)
         played.status = pam_authenticate(pamh, 0);
-    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
-    const bool sameSignals = signals() == signalsBefore;
-    const bool children = waitpid(-1, nullptr, __WALL | WNOHANG) >= 0;
+    const auto took = std::chrono::steady_clock::now() - begin;
+    played.milliseconds = std::chrono::floor<std::chrono::milliseconds>(took).count();
+    played.sameSignals = signals() == signalsBefore;
+    played.children = waitpid(-1, nullptr, __WALL | WNOHANG) >= 0;
     played.credentials = pam_setcred(pamh, PAM_ESTABLISH_CRED);
     pam_end(pamh, played.status);
-    const auto after = openDescriptors();
-    return nlohmann::json{
-        {"status", played.status},
-        {"credentials", played.credentials},
-        {"took", took.count()},
-        {"prompts", talk.prompts},
-        {"log", journal()},
-        {"open", static_cast<int>(after.size()) - static_cast<int>(before.size())},
-        {"children", children},
-        {"signals", sameSignals}}
-        .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    played.leftOpen = openDescriptors() - before;
+    played.prompts = talk.prompts;
+    played.log = journal();
+    return nlohmann::json(played).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 void replaceAll(std::string& bytes, const std::string& from, const std::string& to) {
@@ -216,16 +210,7 @@ Played LoginHost::wait() {
         text.append(part, static_cast<std::size_t>(got));
     waitpid(std::exchange(pid_, -1), nullptr, 0);
     const auto json = nlohmann::json::parse(text, nullptr, false);
-    if (!json.is_object() || !json.contains("status"))
-        return {};
-    return {.status = json["status"],
-            .credentials = json["credentials"],
-            .took = std::chrono::milliseconds(json["took"]),
-            .prompts = json["prompts"],
-            .log = json["log"],
-            .leftOpen = json["open"],
-            .children = json["children"],
-            .sameSignals = json["signals"]};
+    return json.is_object() ? json.get<Played>() : Played();
 }
 
 Played play(const ModuleSandbox& sandbox, const Scene& scene) {

@@ -52,12 +52,14 @@ struct Scene {
 struct Played {
     int status = -1;       ///< of the last call
     int credentials = -1;  ///< of pam_setcred after it
-    std::chrono::milliseconds took{0};
+    std::int64_t milliseconds = 0;
     std::vector<std::string> prompts;
     std::string log;       ///< what the module wrote to the journal
     int leftOpen = -1;     ///< descriptors more than before
     bool children = true;  ///< whether a child, zombie or not, is left
     bool sameSignals = false;
+
+    std::chrono::milliseconds took() const { return std::chrono::milliseconds(milliseconds); }
 };
 
 /// A login program in a process of its own, since limits, signals and descriptors are a process's.

@@ -23,6 +23,13 @@ constexpr const char* profile =
     "auth [success=1 default=ignore] pam_localuser.so file=PASSWD\n"
     "auth requisite pam_deny.so\n";
 
+void replaceAll(const fs::path& file, const std::string& part, const std::string& instead) {
+    std::string bytes = TestSandbox::read(file);
+    for (auto at = bytes.find(part); at != bytes.npos; at = bytes.find(part, at))
+        bytes.replace(at, part.size(), instead);
+    TestSandbox::write(file, bytes);
+}
+
 TEST(Profile, KeepsTheWayInOfRootAndLocalAccountsAndOfNobodyElse) {
     const struct {
         const char* state;
@@ -33,30 +40,16 @@ TEST(Profile, KeepsTheWayInOfRootAndLocalAccountsAndOfNobodyElse) {
         {"missing", [](const fs::path& module) { fs::remove(module); }, false},
         {"empty", [](const fs::path& module) { TestSandbox::write(module, ""); }, false},
         {"cut", [](const fs::path& module) { fs::resize_file(module, 40); }, false},
+        // The ELF header's e_machine.
         {"of another machine",
          [](const fs::path& module) {
-             // The ELF header's e_machine.
-             std::string bytes = TestSandbox::read(module);
-             bytes[18] = 0x16;
-             TestSandbox::write(module, bytes);
+             TestSandbox::write(module, TestSandbox::read(module).replace(18, 1, "\x16"));
          },
          false},
         {"without its entries",
-         [](const fs::path& module) {
-             std::string bytes = TestSandbox::read(module);
-             for (auto at = bytes.find("pam_sm_"); at != std::string::npos;
-                  at = bytes.find("pam_sm_", at))
-                 bytes[at] = 'q';
-             TestSandbox::write(module, bytes);
-         },
-         false},
+         [](const fs::path& module) { replaceAll(module, "pam_sm_", "qam_sm_"); }, false},
         {"in need of a library that is not there",
-         [](const fs::path& module) {
-             std::string bytes = TestSandbox::read(module);
-             bytes[bytes.find("libpam.so.0") + 3] = 'q';
-             TestSandbox::write(module, bytes);
-         },
-         false},
+         [](const fs::path& module) { replaceAll(module, "libpam.so.0", "libqam.so.0"); }, false},
     };
     for (const auto& row : rows) {
         const ModuleSandbox sandbox;

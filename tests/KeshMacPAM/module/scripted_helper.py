@@ -74,6 +74,11 @@ def main():
         see("reply=" + reply.hex())
         return reply[5] if reply else NONE, reply[8:].decode()
 
+    odd_packets = {"garbage": os.urandom(200),
+                   "long": packet(VERDICT, bytes([GRANTED])) + bytes(100 << 10),
+                   "newer": packet(VERDICT, bytes([GRANTED]), OTHER_VERSION),
+                   "odd": packet(VERDICT, bytes([GRANTED, 0])),
+                   "fifth": packet(VERDICT, bytes([5]))}
     verdicts = {"granted": GRANTED, "denied": DENIED, "locked": MAX_TRIES, "ignored": IGNORE}
     if user in verdicts:
         verdict(verdicts[user])
@@ -101,21 +106,9 @@ def main():
         while True:
             channel.send(packet(ALIVE))
             time.sleep(0.5)
-    elif user == "garbage":
-        channel.send(os.urandom(200))
-        time.sleep(SILENT)
-    elif user == "long":
+    elif user in odd_packets:
         channel.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 1 << 18)
-        channel.send(packet(VERDICT, bytes([GRANTED])) + bytes(100 << 10))
-        time.sleep(SILENT)
-    elif user == "newer":
-        channel.send(packet(VERDICT, bytes([GRANTED]), OTHER_VERSION))
-        time.sleep(SILENT)
-    elif user == "odd":
-        channel.send(packet(VERDICT, bytes([GRANTED, 0])))
-        time.sleep(SILENT)
-    elif user == "fifth":
-        verdict(5)
+        channel.send(odd_packets[user])
         time.sleep(SILENT)
     elif user == "forever":
         # Watches its host, as the real one does.

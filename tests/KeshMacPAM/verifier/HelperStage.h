@@ -21,15 +21,15 @@ namespace quorl::test {
 /// descriptor 3.
 class ModuleEnd {
   public:
-    explicit ModuleEnd(const Subprocess::Options& options, const std::string& before = "") {
+    explicit ModuleEnd(const Subprocess::Options& options) {
         int ends[2];
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends), 0);
         fcntl(ends[0], F_SETFD, FD_CLOEXEC);
         socket_.reset(ends[0]);
         const FileDescriptor theirs(ends[1]);
         Subprocess::Options all = options;
-        all.command = {"bash", "-c", before + "exec \"$0\" 3<&\"$1\"",
-                       QUORL_BINARY_DIR "/bin/kesh-verify", std::to_string(ends[1])};
+        all.command = {"bash", "-c", "exec \"$0\" 3<&\"$1\"", QUORL_BINARY_DIR "/bin/kesh-verify",
+                       std::to_string(ends[1])};
         helper_ = std::make_unique<Subprocess>(all);
     }
     void send(const verifier::Packet& packet) {
@@ -125,7 +125,7 @@ class HelperStage : public testing::Test {
                          {"OFFLINE_MFA", "true"},
                          {"PREAUTH_CHECK_REQUIRED", "true"},
                          {"AGENT_ID", "1001"},
-                         {"ACCESS_KEY", opensslEncrypted(accessKey, valueKey)}});
+                         {"ACCESS_KEY", underTheValueKey(accessKey)}});
         ASSERT_TRUE(writePropertyListFile(sandbox_.support() / "config.plist", settings));
     }
     static Value method(const std::string& name) {
@@ -188,9 +188,8 @@ class HelperStage : public testing::Test {
         return start;
     }
     std::unique_ptr<ModuleEnd> signIn(const verifier::Start& start,
-                                      const std::deque<ModuleEnd::Reply>& replies = {},
-                                      const std::string& before = "") {
-        auto module = std::make_unique<ModuleEnd>(environment(), before);
+                                      const std::deque<ModuleEnd::Reply>& replies = {}) {
+        auto module = std::make_unique<ModuleEnd>(environment());
         module->start(start);
         module->play(replies);
         return module;
@@ -198,8 +197,6 @@ class HelperStage : public testing::Test {
     std::string runtimeDir() const { return sandbox_.root() / "run"; }
     std::string log() const { return TestSandbox::read(sandbox_.support() / "VantorixClient.log"); }
 
-    static constexpr const char* valueKey =
-        "6d61e11afe1eb951a8969a7aa524a71fe2f9218be0df0944b45c696c2b908bbd";
     const TestSandbox sandbox_;
     AttemptGuard guard_{(sandbox_.root() / "guard").string(), dora, systemClock()};
 };

@@ -152,14 +152,6 @@ TEST_F(HelperTextTest, FollowsConfigurationAndRecord) {
     EXPECT_EQ(shown->asked.size(), 3U);
 }
 
-TEST_F(HelperTextTest, DeniesWhereNothingCanBeWritten) {
-    enroll(record());
-    const auto full = signIn(sshd(), {{code()}}, "trap '' XFSZ; ulimit -f 0; ");
-    EXPECT_EQ(full->verdict, Verdict::Denied);
-    EXPECT_THAT(full->lastAsked(), HasSubstr("cannot be recorded"));
-    EXPECT_EQ(attempts(), 0);
-}
-
 TEST_F(HelperTextTest, EndsWithItsHost) {
     const auto atPrompt = [&](ModuleEnd& module) {
         module.start(sshd());
