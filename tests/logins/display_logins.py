@@ -5,7 +5,7 @@ import os
 import pwd
 import time
 
-from machine import processes, run, text_of, wait_for
+from machine import agents, processes, run, text_of, wait_for
 from terminal import Failed
 
 # What LightDM's log holds for each greeter that it lets the agent come with.
@@ -15,10 +15,10 @@ SEAT = "/org/freedesktop/DisplayManager/Seat0"
 
 def agents_display():
     """Of the one agent that runs; nothing when none does."""
-    agents = processes("QUORLLoginAgent")
-    if len(agents) > 1:
-        raise Failed(f"{len(agents)} agents at once")
-    found = [entry for pid in agents for entry in text_of(f"/proc/{pid}/environ").split("\0")
+    running = agents()
+    if len(running) > 1:
+        raise Failed(f"{len(running)} agents at once")
+    found = [entry for pid in running for entry in text_of(f"/proc/{pid}/environ").split("\0")
              if entry.startswith("DISPLAY=")]
     return found[0].split("=")[1] if found else None
 
@@ -46,9 +46,9 @@ def session_owners():
 
 def ends_in_order(do):
     """What is done ends the agent, which takes its leave as it should."""
-    agent = processes("QUORLLoginAgent")[0]
+    agent = agents()[0]
     do()
-    wait_for("the agent's end", lambda: agent not in processes("QUORLLoginAgent"), 10)
+    wait_for("the agent's end", lambda: agent not in agents(), 10)
     status = wait_for("the agent's status", lambda: text_of("/run/agent.status") or text_of("/run/agent.before"), 10)
     if status.strip() != "0":
         raise Failed(f"the agent ended with status {status}")

@@ -90,6 +90,13 @@ def processes(name):
     return found
 
 
+def agents():
+    """Pids of the live agents; what one has forked and has not become its own program yet is none."""
+    found = processes("QUORLLoginAgent")
+    return [pid for pid in found
+            if not any(f"\nPPid:\t{other}\n" in text_of(f"/proc/{pid}/status") for other in found)]
+
+
 class Journal:
     """Stands where the journal takes its lines."""
 

@@ -8,7 +8,7 @@ import subprocess
 import time
 
 from display_logins import display_cases, ends_in_order, session_owners
-from machine import PASSWORD, SUPPORT, code, processes, run, text_of, wait_for, write
+from machine import PASSWORD, SUPPORT, agents, code, processes, run, text_of, wait_for, write
 from terminal import Failed
 
 AGENT_LOG = f"{SUPPORT}/agent/VantorixClient.log"
@@ -156,7 +156,7 @@ class WindowLogins:
         wait_for(f"the session of {name}", lambda: os.path.exists(f"{SESSIONS}/{name}"), 20)
         if session_owners() != {name, *others}:
             raise Failed(f"sessions of {session_owners()}")
-        wait_for("the agent's end", lambda: not processes("QUORLLoginAgent"), 8)
+        wait_for("the agent's end", lambda: not agents(), 8)
 
     def _no_session(self):
         if processes("probe") or "Session pid" in self._log() and glob.glob(f"{SESSIONS}/dora*"):
@@ -272,7 +272,7 @@ class WindowLogins:
             "/org/freedesktop/DisplayManager/Seat0", "org.freedesktop.DisplayManager.Seat.Lock")
         self._log_has("Greeter connected", 2)
         self._on(":51")
-        wait_for("the agent", lambda: processes("QUORLLoginAgent"), 10)
+        wait_for("the agent", lambda: agents(), 10)
         self._log_has("Prompt greeter", prompts + 1)
         self._still()
         self._show("locked")
@@ -287,7 +287,7 @@ class WindowLogins:
         self._show("wrong")
         self._type(code())
         self._log_has("eturning to existing user session")
-        wait_for("the agent's end", lambda: not processes("QUORLLoginAgent"), 10)
+        wait_for("the agent's end", lambda: not agents(), 10)
         if len(processes("probe")) != 1:
             raise Failed(f"{len(processes('probe'))} sessions after the unlock")
         if len(self.machine.journal.lines(f"user={name}", "way=window", "outcome=granted")) != 2:
@@ -308,8 +308,8 @@ class WindowLogins:
     def agent_dead(self):
         """Nobody is left in front of nothing: codes at the greeter's own prompt."""
         name = self.machine.person()
-        os.kill(processes("QUORLLoginAgent")[0], 9)
-        wait_for("the agent's end", lambda: not processes("QUORLLoginAgent"))
+        os.kill(agents()[0], 9)
+        wait_for("the agent's end", lambda: not agents())
         prompts = self._log().count("Prompt greeter")
         self._identify(name)
         self._log_has("Prompt greeter", prompts + 2)

@@ -70,6 +70,7 @@ void WebKitView::connectView() {
     signals_.connect<&WebKitView::loadFailed>(view, "load-failed", this);
     signals_.connect<&WebKitView::certificateRefused>(view, "load-failed-with-tls-errors", this);
     signals_.connect<&WebKitView::focusArrives>(view, "focus", this);
+    signals_.connect<&WebKitView::drawn>(view, "draw", this);
     signals_.connect<&WebKitView::progressChanged>(view, "notify::estimated-load-progress", this);
     signals_.connect<&WebKitView::processTerminated>(view, "web-process-terminated", this);
     const std::string channel = configuration_.scriptMessageHandlerName;
@@ -111,6 +112,12 @@ void WebKitView::evaluateJavaScript(const std::string& script, ScriptCompletion 
             completion(value ? toResult(value.get())
                              : ScriptResult(tl::unexpected(reason->message)));
         }));
+}
+
+// To draw itself the engine waits for the page's process, half a second long where that has begun
+// with the next page. The blank page has nothing that is worth it.
+gboolean WebKitView::drawn(cairo_t*) {
+    return tracker_.awaitsOwnPage() && isBlankPage(committedURL_) ? TRUE : FALSE;
 }
 
 gboolean WebKitView::focusArrives(GtkDirectionType direction) {

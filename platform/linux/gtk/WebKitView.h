@@ -83,6 +83,7 @@ class WebKitView final : public WebView {
     void progressChanged(GParamSpec*);
     void processTerminated(WebKitWebProcessTerminationReason reason);
     gboolean focusArrives(GtkDirectionType direction);
+    gboolean drawn(cairo_t*);
     void messageReceived(WebKitJavascriptResult* result);
     void announcementReceived(WebKitJavascriptResult* result);
     void deliver(LoadTracker::Report report, const LoadError& error);

@@ -173,6 +173,7 @@ void WebKitView::loadChanged(WebKitLoadEvent event) {
             if (report == LoadTracker::Report::committed && !isFilePage(committedURL_))
                 pageLives_ = true;
             Lockdown::fitTextSize(engine_->view(), isOwnPage(committedURL_));
+            gtk_widget_queue_draw(GTK_WIDGET(engine_->view()));
             break;
         case WEBKIT_LOAD_FINISHED:
             report = tracker_.finished();
