@@ -85,7 +85,7 @@ TEST_F(OfflineFlowTest, OneFactorForgivesWrongAndEmptyCodesAndTakesTheRightOne) 
     // A new offline request forgets it.
     request();
     stage.clickClose();
-    EXPECT_EQ(stage.answer(), failure);
+    EXPECT_EQ(stage.answer(), failure) << stage.log();
 }
 
 // The sanitizers keep what is freed.

@@ -284,8 +284,10 @@ gboolean GtkBrowserWindow::deleteRequested(GdkEvent*) {
     return GDK_EVENT_STOP;
 }
 
+// The strip's buttons hand back what they have no use for: the second press of two in a row, of
+// which the first may have closed the window before.
 gboolean GtkBrowserWindow::stripPressed(GdkEvent* event) {
-    if (event->button.button != GDK_BUTTON_PRIMARY)
+    if (event->button.button != GDK_BUTTON_PRIMARY || gtk_get_event_widget(event) != strip_)
         return GDK_EVENT_PROPAGATE;
     drag_.reset();
     if (event->type == GDK_2BUTTON_PRESS)
