@@ -75,26 +75,6 @@ TEST_F(LoggerTest, RotatesOnlyAboveTheLimit) {
     EXPECT_LT(fs::file_size(path_), 1000U);
 }
 
-TEST_F(LoggerTest, KeepsTheLargeFileWhenTheNameOfThisSecondIsTaken) {
-    // Both within one second, which a change of the second between them would spoil: then again.
-    std::size_t files = 0;
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        for (const fs::path& file : rotated())
-            fs::remove(file);
-        makeLog(10'000'001);
-        const time_t before = time(nullptr);
-        initLog(path_);
-        makeLog(10'000'002);
-        initLog(path_);
-        files = rotated().size();
-        if (time(nullptr) == before)
-            break;
-    }
-    ASSERT_EQ(files, 1U);
-    EXPECT_EQ(fs::file_size(rotated()[0]), 10'000'001U);
-    EXPECT_GE(fs::file_size(path_), 10'000'002U);
-}
-
 TEST_F(LoggerTest, LosesLinesWhileClosedAndNeverGivesItsDescriptorAway) {
     initLog(path_);
     EXPECT_EQ(destroyLog(), 0);

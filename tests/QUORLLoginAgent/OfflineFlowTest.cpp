@@ -139,7 +139,7 @@ TEST_F(OfflineFlowTest, KeysGoRoundTheWindowAndComeBackToTheCode) {
         {"%CODE% Tab Return", true},
         {"Tab Tab Tab Tab Tab %CODE% Return", true},
         {"shift+Tab shift+Tab shift+Tab shift+Tab shift+Tab %CODE% Return", true},
-        // An alert takes the focus and gives it back.
+        // An alert leaves the focus where it is.
         {"0 Return %CODE% Return", true},
         {"Tab Tab space", false},
         {"Tab Tab Tab Tab Return", false},
