@@ -34,10 +34,9 @@ function loadResources() {
 
 // The organisation's own words on whom to ask.
 function setHelp(help) {
-    const block = byId("HELP");
-    block.querySelector("strong").textContent = help.label;
-    block.querySelector("p").textContent = help.text;
-    removeClass(block, "hide");
+    byId("HELPLABEL").textContent = help.label;
+    byId("HELPTEXT").textContent = help.text;
+    removeClass(byId("HELP"), "hide");
 }
 
 // The full time until the count-down's first second is over; without a count-down there is nothing
@@ -136,7 +135,7 @@ function onChooseShown() {
 function onExpiry() {
     if (isShown("ERRORTAB") && !entry.isOver) {
         entry.isOver = true;
-        tellReader("ERRORMSG1", "ERRORMSG2", "HELP");
+        tellReader("ERRORMSG1", "ERRORMSG2", "HELPLABEL", "HELPTEXT");
     }
 }
 

@@ -151,6 +151,7 @@ class Page(unittest.TestCase):
                 }, 121 - left);""")
         self.stage.refuse("de")
         self.stage.spin(1)
+        self.stage.run("setHelp({ label: 'Hilfe', text: 'Ruf 555 0100' })")
         self.stage.run("minutes = 0; sessionTimeOut()")
         self.stage.spin(0.2)
         say = lambda key: page_stage.texts("de")["IDS_MFA_OFFLINE_" + key]
@@ -160,7 +161,8 @@ class Page(unittest.TestCase):
             say("LIMIT_ATTEMPTS") + " 5. (once)", say("ERRORMSG_OTP"),
             "Verbleibende Zeit: 2 Minuten. (once)", "Verbleibende Zeit: 1 Minute.",
             "Verbleibende Zeit: 30 Sekunden.", "Verbleibende Zeit: 10 Sekunden.",
-            say("ERRORMSG_SESSIONEXP1") + ". " + say("ERRORMSG_SESSIONEXP2")])
+            " ".join([say("ERRORMSG_SESSIONEXP1") + ".", say("ERRORMSG_SESSIONEXP2"),
+                      "Hilfe. Ruf 555 0100."])])
 
     def test_waits_agree_with_their_numbers(self):
         for language, seconds, sentence in [
