@@ -25,7 +25,7 @@ def agents():
 
 
 # Where the window holds its page, which is in another process, no states are told.
-HOLDERS = (pyatspi.ROLE_FILLER, pyatspi.ROLE_SCROLL_PANE)
+HOLDERS = (pyatspi.ROLE_REDUNDANT_OBJECT, pyatspi.ROLE_FILLER, pyatspi.ROLE_SCROLL_PANE)
 
 
 def shown(thing, depth=0):

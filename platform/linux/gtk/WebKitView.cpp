@@ -87,7 +87,7 @@ void WebKitView::connectView() {
         installUserScript(source);
     if (surroundings_.window)
         surroundings_.window->setWebWidget(GTK_WIDGET(view));
-    readable_.emplace(GTK_WIDGET(view));
+    readable_.emplace(GTK_WIDGET(view), [this] { tellFocus(); });
 }
 
 void WebKitView::evaluateJavaScript(const std::string& script, ScriptCompletion completion) {

@@ -84,6 +84,7 @@ class WebKitView final : public WebView {
     void processTerminated(WebKitWebProcessTerminationReason reason);
     gboolean focusArrives(GtkDirectionType direction);
     gboolean drawn(cairo_t*);
+    void tellFocus();
     void messageReceived(WebKitJavascriptResult* result);
     void announcementReceived(WebKitJavascriptResult* result);
     void deliver(LoadTracker::Report report, const LoadError& error);

@@ -15,6 +15,12 @@ constexpr std::chrono::seconds hangLimit{5};
 // without saying so; after ten seconds when the other end says nothing.
 constexpr std::chrono::seconds longestRefusal{5};
 
+constexpr const char* focusAnewScript = R"js((() => {
+    const focused = document.activeElement;
+    focused?.blur();
+    focused?.focus({ preventScroll: true });
+})())js";
+
 bool isFilePage(const std::string& url) {
     return url.starts_with("file:");
 }
@@ -352,6 +358,12 @@ void WebKitView::announcementReceived(WebKitJavascriptResult* result) {
     surroundings_.window->announce(
         GCharHandle(jsc_value_to_string(words.get())).get(),
         jsc_value_to_boolean(once.get()) ? Announced::once : Announced::always);
+}
+
+// What gets the focus anew is told of; pages of others need not know who reads them.
+void WebKitView::tellFocus() {
+    if (isOwnPage(committedURL_))
+        evaluateJavaScript(focusAnewScript, nullptr);
 }
 
 }  // namespace quorl
